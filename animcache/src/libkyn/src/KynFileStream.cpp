@@ -1,0 +1,179 @@
+#include "KynFileStream.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <string>
+
+namespace Kyn {
+
+namespace {
+
+constexpr std::size_t kBufferSize = 128 * 1024;
+
+int openFlags(const char* mode, bool& readable, bool& writable) {
+    if (mode == nullptr) return -1;
+    std::string m;
+    for (const char* c = mode; *c; ++c)
+        if (*c != 'b') m += *c;
+    if (m == "r") {
+        readable = true;
+        writable = false;
+        return O_RDONLY;
+    }
+    readable = writable = true;
+    if (m == "r+") return O_RDWR;
+    if (m == "w+") return O_RDWR | O_CREAT | O_TRUNC;
+    if (m == "w") {
+        readable = false;
+        return O_WRONLY | O_CREAT | O_TRUNC;
+    }
+    return -1;
+}
+
+}  // namespace
+
+KynFileStream* KynFileStream::open(const char* path, const char* mode) {
+    bool readable = false;
+    bool writable = false;
+    int flags = openFlags(mode, readable, writable);
+    if (path == nullptr || flags < 0) return nullptr;
+    int fd = ::open(path, flags | O_CLOEXEC, 0666);
+    if (fd < 0) return nullptr;
+    struct stat st;
+    if (fstat(fd, &st) != 0) {
+        ::close(fd);
+        return nullptr;
+    }
+    return new KynFileStream(fd, readable, writable, static_cast<int64_t>(st.st_size));
+}
+
+KynFileStream::KynFileStream(int fd, bool readable, bool writable, int64_t diskSize)
+    : fd(fd), readable(readable), writable(writable), diskSize(diskSize), buffer(kBufferSize) {}
+
+KynFileStream::~KynFileStream() {
+    close();
+}
+
+bool KynFileStream::close() {
+    if (fd < 0) return true;
+    bool ok = flush() && !failed;
+    if (::close(fd) != 0) ok = false;
+    fd = -1;
+    return ok;
+}
+
+bool KynFileStream::seek(int64_t offset, int whence) {
+    int64_t base = 0;
+    if (whence == SEEK_CUR)
+        base = position;
+    else if (whence == SEEK_END)
+        base = size(true);
+    else if (whence != SEEK_SET)
+        return false;
+    int64_t target = 0;
+    if (__builtin_add_overflow(base, offset, &target) || target < 0) return false;
+    position = target;
+    return true;
+}
+
+int64_t KynFileStream::size(bool refresh) {
+    if (refresh) {
+        struct stat st;
+        if (fstat(fd, &st) == 0) diskSize = std::max<int64_t>(diskSize, st.st_size);
+    }
+    int64_t end = dirty ? windowStart + static_cast<int64_t>(windowLength) : 0;
+    return std::max(diskSize, end);
+}
+
+bool KynFileStream::writeAt(const char* data, std::size_t count, int64_t offset) {
+    while (count > 0) {
+        ssize_t n = ::pwrite(fd, data, count, offset);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        data += n;
+        count -= static_cast<std::size_t>(n);
+        offset += n;
+        diskSize = std::max(diskSize, offset);
+    }
+    return true;
+}
+
+bool KynFileStream::flush() {
+    bool ok = true;
+    if (dirty && !writeAt(buffer.data(), windowLength, windowStart)) {
+        failed = true;
+        ok = false;
+    }
+    dirty = false;
+    windowLength = 0;
+    return ok;
+}
+
+std::size_t KynFileStream::read(void* data, std::size_t count) {
+    if (!readable || count == 0) return 0;
+    if (dirty && !flush()) return 0;
+    char* out = static_cast<char*>(data);
+    std::size_t done = 0;
+    int64_t windowEnd = windowStart + static_cast<int64_t>(windowLength);
+    if (position >= windowStart && position < windowEnd) {
+        done = std::min(count, static_cast<std::size_t>(windowEnd - position));
+        std::memcpy(out, buffer.data() + (position - windowStart), done);
+        position += static_cast<int64_t>(done);
+    }
+    while (done < count) {
+        std::size_t want = count - done;
+        bool direct = want >= buffer.size();
+        char* target = direct ? out + done : buffer.data();
+        std::size_t ask = direct ? want : buffer.size();
+        ssize_t n = ::pread(fd, target, ask, position);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        std::size_t got = static_cast<std::size_t>(n);
+        if (!direct) {
+            windowStart = position;
+            windowLength = got;
+            got = std::min(got, want);
+            std::memcpy(out + done, buffer.data(), got);
+        }
+        done += got;
+        position += static_cast<int64_t>(got);
+        if (!direct && got < want && windowLength < ask) break;  // end of file
+    }
+    return done;
+}
+
+std::size_t KynFileStream::write(const void* data, std::size_t count) {
+    if (!writable || count == 0) return 0;
+    const char* in = static_cast<const char*>(data);
+    int64_t windowEnd = windowStart + static_cast<int64_t>(windowLength);
+    int64_t capacityEnd = windowStart + static_cast<int64_t>(buffer.size());
+    if (dirty && position >= windowStart && position <= windowEnd &&
+        count <= static_cast<std::size_t>(capacityEnd - position)) {
+        std::memcpy(buffer.data() + (position - windowStart), in, count);
+        windowLength =
+            std::max(windowLength, static_cast<std::size_t>(position - windowStart) + count);
+        position += static_cast<int64_t>(count);
+        return count;
+    }
+    if (!flush()) return 0;
+    if (count >= buffer.size()) {
+        if (!writeAt(in, count, position)) return 0;
+        position += static_cast<int64_t>(count);
+        return count;
+    }
+    std::memcpy(buffer.data(), in, count);
+    windowStart = position;
+    windowLength = count;
+    dirty = true;
+    position += static_cast<int64_t>(count);
+    return count;
+}
+
+}  // namespace Kyn

@@ -1,0 +1,82 @@
+#include "TestFiles.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+
+#include "KynChunks.h"
+
+namespace kyntest_support {
+
+std::string scratchPath(const std::string& name) {
+    static const std::string dir = [] {
+        char pattern[] = "/tmp/kyn_test_XXXXXX";
+        const char* made = mkdtemp(pattern);
+        return std::string(made != nullptr ? made : "/tmp");
+    }();
+    static int counter = 0;
+    std::string path = dir + "/" + std::to_string(counter++) + "_" + name;
+    std::remove(path.c_str());
+    return path;
+}
+
+std::vector<unsigned char> readBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<unsigned char>(std::istreambuf_iterator<char>(in),
+                                      std::istreambuf_iterator<char>());
+}
+
+void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+int64_t readLE(const std::vector<unsigned char>& bytes, std::size_t offset, int width) {
+    uint64_t value = 0;
+    for (int i = width - 1; i >= 0; --i) value = (value << 8) | bytes.at(offset + i);
+    if (width < 8 && (value >> (8 * width - 1)) != 0) value |= ~uint64_t(0) << (8 * width);
+    return static_cast<int64_t>(value);
+}
+
+std::vector<std::string> Capture::lines() const {
+    std::vector<std::string> result;
+    std::istringstream in(text.str());
+    std::string line;
+    while (std::getline(in, line)) result.push_back(line);
+    return result;
+}
+
+void writeWorkedFile(const std::string& path) {
+    using namespace Kyn;
+    KynFile file;
+    ASSERT_TRUE(file.open(path.c_str(), "w"));
+    KynDKYNChunk dkyn;
+    ASSERT_TRUE(dkyn.write(file));
+    KynMETAChunk meta;
+    meta.application = "app";
+    meta.date = 1400000000;
+    meta.numSamples = 2;
+    meta.firstTime = 1.0f;
+    meta.lastTime = 2.0f;
+    meta.rate = 1.0f;
+    meta.space = 1;
+    meta.addDOBJ("foo");
+    ASSERT_TRUE(meta.write(file));
+    KynSAMSChunk sams;
+    ASSERT_TRUE(sams.writeStart(file, 2, 2, false));
+    for (int s = 0; s < 2; ++s) {
+        ASSERT_TRUE(sams.writeStartSAMPChunk(file, 1, nullptr));
+        ASSERT_TRUE(sams.writeStartSOBJChunk(file));
+        std::vector<float> position(3, float(s));
+        ASSERT_TRUE(file.writeChunk(kTagPOSI, position, -1, 0, 0));
+        ASSERT_TRUE(sams.writeEndSOBJChunk(file));
+        ASSERT_TRUE(sams.writeEndSAMPChunk(file));
+    }
+    ASSERT_TRUE(sams.writeEnd(file));
+    ASSERT_TRUE(file.close());
+}
+
+}  // namespace kyntest_support

@@ -1,0 +1,43 @@
+// Helpers shared by the test suites: scratch paths, whole-file bytes, captured output, and the
+// small worked file that the format documentation walks through.
+#ifndef KYN_TEST_FILES_H
+#define KYN_TEST_FILES_H
+
+#include <cstdint>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace kyntest_support {
+
+// A fresh path in a per-process scratch directory; the file does not exist yet.
+std::string scratchPath(const std::string& name);
+
+std::vector<unsigned char> readBytes(const std::string& path);
+void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes);
+
+// The little-endian value of `width` bytes at `offset`.
+int64_t readLE(const std::vector<unsigned char>& bytes, std::size_t offset, int width);
+
+// The worked file: one object "foo", a three-float "POSI" per sample, samples at 1 and 2,
+// application "app", date 1400000000, space 1, a reserve of 2 spare samples. 500 bytes.
+void writeWorkedFile(const std::string& path);
+
+// Redirects a standard stream into a string for the lifetime of the object.
+class Capture {
+  public:
+    explicit Capture(std::ostream& stream) : stream(stream), saved(stream.rdbuf(text.rdbuf())) {}
+    ~Capture() { stream.rdbuf(saved); }
+    std::string str() const { return text.str(); }
+    std::vector<std::string> lines() const;
+
+  private:
+    std::ostream& stream;
+    std::ostringstream text;
+    std::streambuf* saved;
+};
+
+}  // namespace kyntest_support
+
+#endif
