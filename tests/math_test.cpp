@@ -369,6 +369,34 @@ TYPED_TEST(MathKit, TransformRotateOrderProducts) {
     }
 }
 
+TYPED_TEST(MathKit, TransformGroupOrderProducts) {
+    using T = TypeParam;
+    DGTransform<T> scaleOnly, rotateOnly, translateOnly;
+    scaleOnly.scaleX = 2;
+    scaleOnly.shearXZ = T(0.5);
+    rotateOnly.rotateY = T(0.6);
+    rotateOnly.rotatePivotZ = 1;
+    translateOnly.translateX = 1;
+    translateOnly.translateZ = 3;
+    const DGMatrix4<T> group[3] = {scaleOnly.matrix(), rotateOnly.matrix(), translateOnly.matrix()};
+    const int orders[6][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
+    for (int order = 0; order < 6; ++order) {
+        DGMatrix4<T> expected;
+        DGMath::mult(group[orders[order][0]], group[orders[order][1]], expected);
+        DGMath::mult(expected, group[orders[order][2]], expected);
+
+        DGTransform<T> t;
+        t.transformOrder = order;
+        t.scaleX = scaleOnly.scaleX;
+        t.shearXZ = scaleOnly.shearXZ;
+        t.rotateY = rotateOnly.rotateY;
+        t.rotatePivotZ = rotateOnly.rotatePivotZ;
+        t.translateX = translateOnly.translateX;
+        t.translateZ = translateOnly.translateZ;
+        EXPECT_TRUE(sameBytes(t.matrix(), expected)) << "transformOrder " << order;
+    }
+}
+
 TYPED_TEST(MathKit, TransformOrdersOutOfRangeComposeLikeZero) {
     using T = TypeParam;
     DGTransform<T> t;
