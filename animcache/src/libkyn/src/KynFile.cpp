@@ -69,7 +69,8 @@ bool KynFile::readHeader(KynHeader& header) {
 }
 
 bool KynFile::skipData(const KynHeader& header) {
-    if (!stream) return false;
+    // A negative length would move backwards, and a reader could pass the same chunks forever.
+    if (!stream || header.length < 0) return false;
     if (header.length != 0 && !stream->seek(header.length, SEEK_CUR)) return false;
     popClosedGroups();
     return true;
