@@ -1,0 +1,243 @@
+// Loading a cache file and seeking its samples.
+//   file   := DKYN chunk* META chunk* SAMS*        (other top-level chunks are skipped)
+//   SAMS   := TIMS? FREE? JSAM FREE? SAMP*          (TIMS exactly when rate is 0)
+//   SAMP   := JOBJ SOBJ*
+// load keeps DKYN, META and the concatenated TIMS and JSAM tables of every SAMS, and jumps over
+// the samples by the group length: no sample data is read. A JSAM entry is the offset of a SAMP
+// header, a JOBJ entry the offset of a SOBJ header. Offsets come from the file and are trusted
+// only as far as the header found there says.
+#include "KynCache.h"
+
+#include <unistd.h>
+
+#include <climits>
+#include <cmath>
+#include <cstdio>
+
+#include "KynLog.h"
+
+// A failed step of load: the message, then the bool that load catches.
+#define KYN_LOAD_FAIL(message)  \
+    do {                        \
+        KYN_LOG_ERROR(message); \
+        throw false;            \
+    } while (0)
+
+namespace Kyn {
+
+const char* mode[2] = {"r", "r+"};
+
+namespace {
+
+// Any rwMode other than 0 opens for update; the table has no other entry.
+const char* modeOf(int rwMode) {
+    return mode[rwMode == 0 ? 0 : 1];
+}
+
+// Appends the payload of a table chunk to `table`; false unless the file holds the payload in
+// whole entries.
+template <class T>
+bool appendTable(KynFile& file, const KynHeader& h, std::vector<T>& table) {
+    if (h.length % int64_t(sizeof(T)) != 0 || !file.canRead(h.length)) return false;
+    const std::size_t old = table.size();
+    table.resize(old + static_cast<std::size_t>(h.length) / sizeof(T));
+    return file.readData(h, table.size() == old ? nullptr : static_cast<void*>(&table[old]));
+}
+
+}  // namespace
+
+KynCache::KynCache() {
+    KynCache::reset();
+}
+
+KynCache::~KynCache() {
+    KynCache::reset();
+}
+
+void KynCache::reset() {
+    fileName.clear();
+    file.close();
+    keepOpen = true;
+    dkyn.version = 2;
+    meta.numSamples = 0;
+    meta.firstTime = INFINITY;
+    meta.lastTime = -INFINITY;
+    meta.rate = 1.0f;
+    meta.space = 1;
+    meta.application.clear();
+    meta.sourceFile.clear();
+    meta.date = 0;
+    meta.removeAllChildren();
+    jumpSample = -1;
+    sampleTimes.clear();
+    sampleJumps.clear();
+    objectJumps.clear();
+}
+
+bool KynCache::load(const char* path, bool keepOpenArg) {
+    reset();
+    if (!KynFile::isKynFile(path)) {
+        KYN_LOG_ERROR("error opening file, Not a Kyn file");
+        return false;
+    }
+    // A read-write cache on a file the user may not write falls back to read-only, silently.
+    int index = 0;
+    if (rwMode != 0 && access(path, W_OK) == 0) index = 1;
+    if (!file.open(path, mode[index])) {
+        KYN_LOG_ERROR("error opening file");
+        return false;
+    }
+    keepOpen = keepOpenArg;
+    fileName = path;
+    try {
+        KynHeader h;
+        if (!file.readHeader(h)) KYN_LOAD_FAIL("error reading header");
+        if (!dkyn.read(h, file)) KYN_LOAD_FAIL("error reading DKYN chunk");
+        for (;;) {
+            if (!file.readHeader(h)) KYN_LOAD_FAIL("missing META chunk");
+            if (h.tag == kTagMETA) break;
+            if (!file.skipData(h)) KYN_LOAD_FAIL("error skipping chunk");
+        }
+        if (!meta.read(h, file)) KYN_LOAD_FAIL("error reading META chunk");
+        if (sampleCount() != 0) {
+            loadSampleStreams();
+            checkSampleCount();
+        }
+        if (!keepOpen) file.close();
+        return true;
+    } catch (bool) {
+        reset();
+        return false;
+    }
+}
+
+// Reads the prologue of one "SAMS" after another until the jump table holds the sample count.
+void KynCache::loadSampleStreams() {
+    while (int64_t(sampleJumps.size()) < sampleCount()) {
+        KynHeader h;
+        for (;;) {
+            if (!file.readHeader(h)) KYN_LOAD_FAIL("missing next SAMS chunk for sample ");
+            if (h.tag == kTagSAMS) break;
+            if (!file.skipData(h)) KYN_LOAD_FAIL("error skipping chunk");
+        }
+        if (!file.hasStream()) KYN_LOAD_FAIL("error telling file");
+        int64_t samsEnd = 0;
+        if (__builtin_add_overflow(file.tell(nullptr), h.length, &samsEnd)) samsEnd = INT64_MAX;
+        readSamsPrologue();
+        if (static_cast<int>(sampleJumps.size()) >= sampleCount()) return;
+        if (!file.hasStream() || !file.seek(samsEnd, SEEK_SET, true))
+            KYN_LOAD_FAIL("error seeking file");
+    }
+}
+
+// The chunks in front of the first "SAMP" of a group: the tables and their reserves.
+void KynCache::readSamsPrologue() {
+    bool sawJsam = false;
+    bool sawTims = false;
+    KynHeader h;
+    while (file.readHeader(h) && h.tag != kTagSAMP) {
+        if (h.tag == kTagTIMS) {
+            if (!appendTable(file, h, sampleTimes)) KYN_LOAD_FAIL("error reading TIMS chunk");
+            sawTims = true;
+        } else if (h.tag == kTagJSAM) {
+            if (!appendTable(file, h, sampleJumps)) KYN_LOAD_FAIL("error reading JSAM chunk");
+            sawJsam = true;
+        } else if (h.tag == kTagFREE) {
+            if (!file.skipData(h)) KYN_LOAD_FAIL("error skipping FREE chunk");
+        }
+        // Any other chunk is not skipped: the next header is read from its payload.
+    }
+    if (!sawJsam) KYN_LOAD_FAIL("missing JSAM chunk");
+    if (sampleJumps.empty()) KYN_LOAD_FAIL("no entries in jump table");
+    if (meta.rate == 0.0f) {
+        if (!sawTims) KYN_LOAD_FAIL("missing TIMS chunk");
+        if (sampleJumps.size() != sampleTimes.size())
+            KYN_LOAD_FAIL("jump table and time table size mismatch");
+    } else if (sawTims) {
+        KYN_LOAD_FAIL("unexpected TIMS chunk");
+    }
+}
+
+void KynCache::checkSampleCount() {
+    const int found = static_cast<int>(sampleJumps.size());
+    if (sampleCount() != found) KYN_LOAD_FAIL("number of samples is wrong");
+    if (!sampleTimes.empty()) {
+        // Exact comparisons: NaN on either side is a mismatch.
+        if (!(meta.firstTime == sampleTimes.front())) KYN_LOAD_FAIL("first time is wrong");
+        if (!(meta.lastTime == sampleTimes.back())) KYN_LOAD_FAIL("last time is wrong");
+    } else {
+        const float expected = roundf((meta.lastTime - meta.firstTime) * meta.rate) + 1.0f;
+        if (expected != static_cast<float>(found)) KYN_LOAD_FAIL("number of samples is wrong");
+    }
+}
+
+// Brings in the "JOBJ" table of a sample. jumpSample stays -1 unless all of it was read.
+bool KynCache::readObjectJumps(int sampleIndex) {
+    jumpSample = -1;
+    if (!file.hasStream()) return false;
+    if (!file.seek(sampleJumps[static_cast<std::size_t>(sampleIndex)], SEEK_SET, true))
+        return false;
+    KynHeader h;
+    if (!file.readHeader(h) || h.tag != kTagSAMP || h.type != kTypeGroup || h.length == 0)
+        return false;
+    for (;;) {
+        if (!file.readHeader(h) || h.tag == kTagSOBJ) return false;
+        if (h.tag == kTagJOBJ) break;
+        if (!file.skipData(h)) return false;
+    }
+    if (h.length % 8 != 0 || !file.canRead(h.length)) return false;
+    objectJumps.resize(static_cast<std::size_t>(h.length / 8));
+    if (!file.readData(h, objectJumps.empty() ? nullptr : static_cast<void*>(objectJumps.data())))
+        return false;
+    jumpSample = sampleIndex;
+    return true;
+}
+
+bool KynCache::seekObjectSample(KynHeader& header, int sampleIndex, int objectIndex) {
+    // The reopen uses rwMode as it stands: a read-write cache reopens for update.
+    if (!file.hasStream() && !file.open(fileName.c_str(), modeOf(rwMode))) return false;
+    if (sampleCount() == 0) return false;
+    // A sample beyond the jump table is not on disk.
+    if (sampleIndex < 0 || std::size_t(sampleIndex) >= sampleJumps.size()) return false;
+    if (sampleIndex != jumpSample && !readObjectJumps(sampleIndex)) return false;
+    if (objectIndex < 0 || std::size_t(objectIndex) >= objectJumps.size()) return false;
+    if (!file.hasStream()) return false;
+    if (!file.seek(objectJumps[static_cast<std::size_t>(objectIndex)], SEEK_SET, true))
+        return false;
+    if (!file.readHeader(header) || header.tag != kTagSOBJ) return false;
+    return header.type == kTypeGroup;
+}
+
+bool KynCache::seekChannelSample(KynHeader& header, int sampleIndex, int objectIndex, unsigned tag,
+                                 int* index) {
+    if (!seekObjectSample(header, sampleIndex, objectIndex) || header.length == 0) return false;
+    // The stack leaves this depth exactly when the last child of the "SOBJ" has been passed.
+    const std::size_t depth = file.groupStack.size();
+    for (int position = 0;; ++position) {
+        if (!file.readHeader(header)) return false;
+        if (header.tag == tag && (index == nullptr || position >= *index)) {
+            if (index) *index = position;
+            return true;
+        }
+        if (!file.skipData(header) || file.groupStack.size() != depth) return false;
+    }
+}
+
+KynGroupChunk* KynCache::loadObjectSample(int sampleIndex, int objectIndex) {
+    try {
+        KynHeader header;
+        if (!seekObjectSample(header, sampleIndex, objectIndex)) throw false;
+        auto* group = new KynGroupChunk(kTagSOBJ);
+        if (!group->read(header, file)) {
+            delete group;
+            throw false;
+        }
+        if (!keepOpen) file.close();
+        return group;
+    } catch (bool) {
+        if (!keepOpen) file.close();
+        return nullptr;
+    }
+}
+
+}  // namespace Kyn

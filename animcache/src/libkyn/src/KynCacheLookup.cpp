@@ -1,0 +1,179 @@
+// Lookups on a loaded cache: objects by path name, samples by time, chunks by tag.
+//
+// Every time test is exact; callers that want a tolerance apply it themselves. A file is
+// non-uniform exactly when its rate is 0 (a NaN rate counts as uniform); its times then stand
+// in `sampleTimes`, which is searched only as far as both it and the sample count reach.
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "KynCache.h"
+
+namespace Kyn {
+
+namespace {
+
+std::string leafOf(const std::string& name) {
+    const std::size_t bar = name.rfind('|');
+    return bar == std::string::npos ? name : name.substr(bar + 1);
+}
+
+// A computed sample position truncated to a sample index, or -1. NaN and values outside the
+// 32-bit range are refused before the conversion, which would otherwise be undefined.
+int truncatedIndex(float position, int count) {
+    if (!(position > -1.0f) || !(position < static_cast<float>(count))) return -1;
+    const int index = static_cast<int>(position);
+    return index < 0 || index >= count ? -1 : index;
+}
+
+}  // namespace
+
+bool KynCache::compareNames(const std::string& a, const std::string& b) const {
+    return a == b || leafOf(a) == leafOf(b);
+}
+
+int KynCache::findObjectIndex(const std::string& name, int startIndex) const {
+    const int count = static_cast<int>(meta.objects.size());
+    if (count == 0 || name.empty()) return -1;
+
+    // Each path component of the query loses everything up to its last ":". The first
+    // character of the whole name is always kept, so "ns:a" is looked up as "na".
+    std::string wanted;
+    if (name.find(':') == std::string::npos) {
+        wanted = name;
+    } else {
+        int lastColon = -1;
+        int lastBar = 0;
+        if (name[0] == ':')
+            lastColon = 0;
+        else
+            wanted = name[0];
+        const int last = static_cast<int>(name.size()) - 1;
+        for (int i = 1; i <= last; ++i) {
+            if (name[i] == ':') lastColon = i;
+            if (name[i] == '|' || i == last) {
+                const int from = std::max(lastColon, lastBar);
+                wanted.append(name, static_cast<std::size_t>(from + 1),
+                              static_cast<std::size_t>(i - from));
+                lastBar = i;
+                lastColon = -1;
+            }
+        }
+    }
+
+    if (startIndex < 0 || startIndex >= count) startIndex = 0;
+    for (int k = 0; k < count; ++k) {
+        const int index = (startIndex + k) % count;
+        const KynDOBJChunk* object = meta.objects[static_cast<std::size_t>(index)];
+        if (object && compareNames(object->name, wanted)) return index;
+    }
+    return -1;
+}
+
+KynChunk* KynCache::findChunk(KynChunk* chunk, unsigned tag) {
+    if (chunk == nullptr) return nullptr;
+    if (chunk->header.tag == tag) return chunk;
+    if (chunk->header.type != kTypeGroup) return nullptr;
+    auto* group = dynamic_cast<KynGroupChunk*>(chunk);
+    if (group == nullptr) return nullptr;
+    for (KynChunk* child : group->children) {
+        if (KynChunk* found = findChunk(child, tag)) return found;
+    }
+    return nullptr;
+}
+
+// The first position in the time table whose time is not less than `time`.
+int KynCache::lowerBoundTime(float time) const {
+    int first = 0;
+    int length = static_cast<int>(std::min<std::size_t>(
+        sampleTimes.size(), static_cast<std::size_t>(std::max(sampleCount(), 0))));
+    while (length > 0) {
+        const int half = length / 2;
+        if (time > sampleTimes[static_cast<std::size_t>(first + half)]) {
+            first += half + 1;
+            length -= half + 1;
+        } else {
+            length = half;
+        }
+    }
+    return first;
+}
+
+int KynCache::getSampleIndex(float time) const {
+    const int count = sampleCount();
+    if (count == 0) return -1;
+    if (meta.firstTime > time || time > meta.lastTime) return -1;
+    if (meta.rate != 0.0f) {
+        float whole = 0.0f;
+        const float fraction = modff((time - meta.firstTime) * meta.rate, &whole);
+        if (fraction != 0.0f) return -1;  // also NaN
+        return truncatedIndex(whole, count);
+    }
+    const int index = lowerBoundTime(time);
+    if (std::size_t(index) >= std::min(sampleTimes.size(), std::size_t(count))) return -1;
+    return sampleTimes[static_cast<std::size_t>(index)] == time ? index : -1;
+}
+
+int KynCache::getMaxSampleIndexNotGreaterThan(float time) const {
+    const int count = sampleCount();
+    if (count == 0) return -1;
+    const float t = meta.lastTime < time ? meta.lastTime : time;
+    if (meta.firstTime > t) return -1;
+    if (meta.rate != 0.0f) return truncatedIndex((t - meta.firstTime) * meta.rate, count);
+    // Non-uniform: the first sample at or after the time, not the last one before it.
+    const int index = lowerBoundTime(t);
+    return std::size_t(index) < std::min(sampleTimes.size(), std::size_t(count)) ? index : -1;
+}
+
+int KynCache::getMinSampleIndexNotLessThan(float time) const {
+    const int count = sampleCount();
+    if (count == 0) return -1;
+    const float t = meta.firstTime > time ? meta.firstTime : time;
+    if (t > meta.lastTime) return -1;
+    if (meta.rate != 0.0f) return truncatedIndex(ceilf((t - meta.firstTime) * meta.rate), count);
+    const int index = lowerBoundTime(t);
+    return std::size_t(index) < std::min(sampleTimes.size(), std::size_t(count)) ? index : -1;
+}
+
+float KynCache::getSampleTime(int index) const {
+    const float none = std::numeric_limits<float>::quiet_NaN();
+    const int count = sampleCount();
+    if (count == 0 || index < 0 || index >= count) return none;
+    if (meta.rate == 0.0f) {
+        const auto position = static_cast<std::size_t>(index);
+        return position < sampleTimes.size() ? sampleTimes[position] : none;
+    }
+    const float time = static_cast<float>(index) / meta.rate + meta.firstTime;
+    if (time < meta.firstTime || time > meta.lastTime) return none;
+    return time;
+}
+
+// Reads the object's first sample past the memory cache and looks for `tag` in it.
+bool KynCache::firstSampleHas(int objectIndex, unsigned tag) {
+    const int sampleIndex = getSampleIndex(meta.firstTime);
+    if (sampleIndex < 0) return false;
+    KynGroupChunk* sample = loadObjectSample(sampleIndex, objectIndex);
+    if (sample == nullptr) return false;
+    const bool found = findChunk(sample, tag) != nullptr;
+    delete sample;
+    return found;
+}
+
+bool KynCache::objectHas(int objectIndex, unsigned tag) {
+    if (objectIndex < 0 || std::size_t(objectIndex) >= meta.objects.size()) return false;
+    KynDOBJChunk* object = meta.objects[static_cast<std::size_t>(objectIndex)];
+    if (findChunk(object, tag)) return true;
+    // The attribute table is no child of the object, so findChunk cannot see it.
+    if (tag == kTagDATR && object && object->datr && object->datr->getNumAttrs() > 0) return true;
+    if (sampleCount() < 1) return false;
+    return firstSampleHas(objectIndex, tag);
+}
+
+bool KynCache::isObjectAnimated(int objectIndex, unsigned tag) {
+    if (sampleCount() < 1) return false;
+    if (objectIndex < 0 || std::size_t(objectIndex) >= meta.objects.size()) return false;
+    if (findChunk(meta.objects[static_cast<std::size_t>(objectIndex)], tag)) return false;
+    return firstSampleHas(objectIndex, tag);
+}
+
+}  // namespace Kyn

@@ -1,0 +1,48 @@
+// kyndiff FILE1 FILE2 [DIFF-OPTIONS]: compares the content of two cache files.
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cstring>
+#include <iostream>
+#include <string>
+
+#include "kynUtils.h"
+
+namespace {
+
+// The directory that holds the two text dumps while diff compares them.
+const char* const kTemporaryDirectory = "/disk1/tmp";
+
+// diff's own exit status (0 same, 1 different, 2 trouble), or 2 when it did not run.
+int exitStatusOf(int result) {
+    if (result == -1 || !WIFEXITED(result)) return 2;
+    return WEXITSTATUS(result);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
+        std::cout
+            << "usage: kyndiff FILE1 FILE2 [DIFF-OPTIONS]\n"
+               "Compares two cache files by their content: each is written as a flat text\n"
+               "dump, with the creation date left out, into the directory "
+            << kTemporaryDirectory
+            << ",\nand the system's diff compares the dumps with DIFF-OPTIONS, given as "
+               "one\nargument. Exits 0 when the files are the same, 1 when they differ, and 2 "
+               "on\nfailure.\n";
+        return 0;
+    }
+    if (argc != 3 && argc != 4) {
+        std::cerr << "usage: kyndiff FILE1 FILE2 [DIFF-OPTIONS] (kyndiff --help for more)\n";
+        return 2;
+    }
+    struct stat info;
+    if (stat(kTemporaryDirectory, &info) != 0 || !S_ISDIR(info.st_mode)) {
+        std::cerr << "kyndiff: the directory " << kTemporaryDirectory
+                  << " is missing; it holds the temporary dumps and must exist before kyndiff "
+                     "runs\n";
+        return 2;
+    }
+    return exitStatusOf(kyndiff(argv[1], argv[2], argc == 4 ? argv[3] : nullptr));
+}

@@ -1,0 +1,509 @@
+// The cache loader and lookups: each load message from a file made to trigger it, the empty
+// state after a failure, several sample streams, lazy and closed-stream reads, damaged offsets,
+// and the name and time lookups.
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <functional>
+
+#include "KynCache.h"
+#include "TestFiles.h"
+
+using namespace Kyn;
+using namespace kyntest_support;
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+Bytes operator+(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+Bytes valueBytes(const void* data, std::size_t size) {
+    const auto* begin = static_cast<const unsigned char*>(data);
+    return Bytes(begin, begin + size);
+}
+
+Bytes chunk(const char* tag, unsigned char type, int64_t length, const Bytes& payload = {}) {
+    Bytes bytes(tag, tag + 4);
+    bytes.insert(bytes.end(), {type, 0, 0, 0});
+    return bytes + valueBytes(&length, 8) + payload;
+}
+
+template <class T>
+Bytes table(const char* tag, const std::vector<T>& values) {
+    return chunk(tag, KynTypeOf<T>::code, int64_t(values.size() * sizeof(T)),
+                 valueBytes(values.data(), values.size() * sizeof(T)));
+}
+
+Bytes sams(const Bytes& children) {
+    return chunk("SAMS", kTypeGroup, int64_t(children.size()), children);
+}
+
+void patch(Bytes& bytes, std::size_t offset, int64_t value) {
+    for (int i = 0; i < 8; ++i) bytes.at(offset + i) = uint64_t(value) >> (8 * i) & 0xff;
+}
+
+Bytes workedBytes() {
+    const std::string path = scratchPath("worked.kyn");
+    writeWorkedFile(path);
+    return readBytes(path);
+}
+
+// "DKYN" and a "META" of one object "foo", as the library writes them.
+Bytes fileHead(int64_t numSamples, float first, float last, float rate) {
+    const std::string path = scratchPath("head.kyn");
+    KynFile file;
+    EXPECT_TRUE(file.open(path.c_str(), "w"));
+    KynMETAChunk meta;
+    meta.numSamples = numSamples;
+    meta.firstTime = first;
+    meta.lastTime = last;
+    meta.rate = rate;
+    meta.addDOBJ("foo");
+    EXPECT_TRUE(KynDKYNChunk().write(file) && meta.write(file) && file.close());
+    return readBytes(path);
+}
+
+using Fill = std::function<void(int sample, int object, KynGroupChunk& sobj)>;
+using Prepare = std::function<void(KynMETAChunk& meta)>;
+
+// A file written by the library: one "SAMS" of `times.size()` samples of the named objects,
+// whose static chunks `prepare` adds.
+void writeScene(const std::string& path, const std::vector<std::string>& names,
+                const std::vector<float>& times, float rate, const Fill& fill,
+                const Prepare& prepare = nullptr) {
+    KynFile file;
+    ASSERT_TRUE(file.open(path.c_str(), "w"));
+    KynMETAChunk meta;
+    meta.numSamples = int64_t(times.size());
+    meta.firstTime = times.front();
+    meta.lastTime = times.back();
+    meta.rate = rate;
+    for (const std::string& name : names) meta.addDOBJ(name.c_str());
+    if (prepare) prepare(meta);
+    ASSERT_TRUE(KynDKYNChunk().write(file) && meta.write(file));
+    KynSAMSChunk stream;
+    ASSERT_TRUE(stream.writeStart(file, int64_t(times.size()), 0, rate == 0.0f));
+    for (std::size_t s = 0; s < times.size(); ++s) {
+        ASSERT_TRUE(stream.writeStartSAMPChunk(file, int64_t(names.size()), &times[s]));
+        for (std::size_t o = 0; o < names.size(); ++o) {
+            KynGroupChunk sobj(kTagSOBJ);
+            fill(int(s), int(o), sobj);
+            ASSERT_TRUE(stream.writeSOBJChunk(file, &sobj));
+        }
+        ASSERT_TRUE(stream.writeEndSAMPChunk(file));
+    }
+    ASSERT_TRUE(stream.writeEnd(file) && file.close());
+}
+
+KynChunk* floats(unsigned tag, std::vector<float> values) {
+    return new KynLeafChunk<float>(tag, values);
+}
+
+// The message of a library error line "<source path>:<line> <message>" from KynCache.cpp.
+std::string libraryMessage(const std::string& line) {
+    const std::string source = "KynCache.cpp:";
+    std::size_t at = line.find(source);
+    if (at == std::string::npos) return "<not in the library error form> " + line;
+    std::size_t end = at + source.size();
+    while (end < line.size() && std::isdigit(static_cast<unsigned char>(line[end]))) ++end;
+    if (end == at + source.size() || end >= line.size() || line[end] != ' ')
+        return "<not in the library error form> " + line;
+    return line.substr(end + 1);
+}
+
+void expectEmpty(const KynCache& cache) {
+    EXPECT_TRUE(cache.fileName.empty());
+    EXPECT_FALSE(cache.file.hasStream());
+    EXPECT_EQ(cache.meta.numSamples, 0);
+    EXPECT_TRUE(cache.meta.objects.empty());
+    EXPECT_TRUE(cache.meta.application.empty());
+    EXPECT_TRUE(cache.sampleJumps.empty());
+    EXPECT_TRUE(cache.sampleTimes.empty());
+    EXPECT_EQ(cache.jumpSample, -1);
+    EXPECT_TRUE(cache.keepOpen);
+}
+
+// Loads the worked file first, so that a failure must also throw away what was loaded.
+void expectLoadFailure(const char* path, const std::string& message) {
+    KynCache cache;
+    const std::string worked = scratchPath("good.kyn");
+    writeWorkedFile(worked);
+    ASSERT_TRUE(cache.load(worked.c_str(), false));
+    Capture out(std::cout);
+    EXPECT_FALSE(cache.load(path, true));
+    const std::vector<std::string> lines = out.lines();
+    ASSERT_EQ(lines.size(), 1u) << out.str();
+    EXPECT_EQ(libraryMessage(lines[0]), message);
+    expectEmpty(cache);
+}
+
+void expectLoadFailure(const Bytes& bytes, const std::string& message) {
+    const std::string path = scratchPath("bad.kyn");
+    writeBytes(path, bytes);
+    expectLoadFailure(path.c_str(), message);
+}
+
+Bytes prefix(const Bytes& bytes, std::size_t size) {
+    return Bytes(bytes.begin(), bytes.begin() + long(size));
+}
+
+}  // namespace
+
+TEST(KynCacheLoad, WorkedFileKeepsMetadataAndTablesOnly) {
+    const std::string path = scratchPath("worked.kyn");
+    writeWorkedFile(path);
+    KynCache cache;
+    Capture out(std::cout);
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    EXPECT_EQ(out.str(), "");
+    EXPECT_EQ(cache.fileName, path);
+    EXPECT_TRUE(cache.file.hasStream());
+    EXPECT_EQ(cache.meta.numSamples, 2);
+    EXPECT_EQ(cache.meta.application, "app");
+    ASSERT_EQ(cache.meta.objects.size(), 1u);
+    EXPECT_EQ(cache.meta.objects[0]->name, "foo");
+    EXPECT_EQ(cache.sampleJumps, (std::vector<int64_t>{332, 416}));
+    EXPECT_TRUE(cache.sampleTimes.empty());
+    EXPECT_EQ(cache.jumpSample, -1);
+}
+
+TEST(KynCacheLoad, OpeningFailuresReturnAtOnce) {
+    expectLoadFailure(scratchPath("missing.kyn").c_str(), "error opening file, Not a Kyn file");
+    expectLoadFailure(nullptr, "error opening file, Not a Kyn file");
+    // The mode table is what load opens with; a mode the stream refuses fails the open, and
+    // one that cannot read fails at the first header.
+    const std::string path = scratchPath("good.kyn");
+    writeWorkedFile(path);
+    const char* saved = mode[0];
+    for (const char* opening : {"bogus", "w"}) {
+        KynCache cache;
+        ASSERT_TRUE(cache.load(path.c_str(), true));
+        mode[0] = opening;
+        Capture out(std::cout);
+        EXPECT_FALSE(cache.load(path.c_str(), true));
+        mode[0] = saved;
+        ASSERT_EQ(out.lines().size(), 1u);
+        EXPECT_EQ(libraryMessage(out.lines()[0]),
+                  opening[0] == 'b' ? "error opening file" : "error reading header");
+        expectEmpty(cache);
+    }
+}
+
+TEST(KynCacheLoad, EveryFrameFailureIsReportedAndThrownAway) {
+    const Bytes worked = workedBytes();
+    const Bytes junk = chunk("JUNK", kTypeUndef, -1);
+    Bytes shortMagic = worked;
+    patch(shortMagic, 8, 4);
+    expectLoadFailure(prefix(worked, 16), "error reading DKYN chunk");
+    expectLoadFailure(shortMagic, "error reading DKYN chunk");
+    expectLoadFailure(prefix(worked, 24) + junk, "error skipping chunk");
+    expectLoadFailure(prefix(worked, 24), "missing META chunk");
+    expectLoadFailure(prefix(worked, 100), "error reading META chunk");
+    expectLoadFailure(prefix(worked, 252), "missing next SAMS chunk for sample ");
+    expectLoadFailure(prefix(worked, 252) + junk, "error skipping chunk");
+}
+
+TEST(KynCacheLoad, EverySampleStreamFailureIsReported) {
+    const Bytes head = fileHead(2, 1, 2, 1);
+    const Bytes jumps = table<int64_t>("JSAM", {332, 416});
+    expectLoadFailure(head + sams(chunk("TIMS", kTypeFloat, 1 << 20) + jumps),
+                      "error reading TIMS chunk");
+    expectLoadFailure(head + sams(chunk("TIMS", kTypeFloat, 6, Bytes(6)) + jumps),
+                      "error reading TIMS chunk");
+    expectLoadFailure(head + sams(chunk("JSAM", kTypeInt64, int64_t(1) << 40)),
+                      "error reading JSAM chunk");
+    expectLoadFailure(head + sams(chunk("JSAM", kTypeInt64, 12, Bytes(12))),
+                      "error reading JSAM chunk");
+    expectLoadFailure(head + sams(jumps + chunk("FREE", kTypeUndef, -1)),
+                      "error skipping FREE chunk");
+    expectLoadFailure(head + sams(chunk("FREE", kTypeUndef, 0)), "missing JSAM chunk");
+    expectLoadFailure(head + sams(table<int64_t>("JSAM", {})), "no entries in jump table");
+    expectLoadFailure(fileHead(2, 1, 2, 0) + sams(jumps), "missing TIMS chunk");
+    expectLoadFailure(head + sams(table<float>("TIMS", {1, 2}) + jumps), "unexpected TIMS chunk");
+    expectLoadFailure(fileHead(2, 1, 2, 0) + sams(table<float>("TIMS", {1}) + jumps),
+                      "jump table and time table size mismatch");
+    const Bytes one = table<int64_t>("JSAM", {332});
+    expectLoadFailure(head + chunk("SAMS", kTypeGroup, -1000, one), "error seeking file");
+    expectLoadFailure(head + sams(table<int64_t>("JSAM", {1, 2, 3})), "number of samples is wrong");
+    // The surplus is seen at the end of the group that reaches the count, not before.
+    expectLoadFailure(head + sams(one) + sams(jumps), "number of samples is wrong");
+    expectLoadFailure(fileHead(9, 1, 10, 1) + sams(table<int64_t>("JSAM", std::vector<int64_t>(9))),
+                      "number of samples is wrong");
+    expectLoadFailure(
+        fileHead(10, 1, 10, 1) + sams(table<int64_t>("JSAM", std::vector<int64_t>(9))),
+        "missing next SAMS chunk for sample ");
+    const Bytes nonUniform = fileHead(2, 1, 2, 0);
+    expectLoadFailure(nonUniform + sams(table<float>("TIMS", {1.5f, 2}) + jumps),
+                      "first time is wrong");
+    expectLoadFailure(
+        nonUniform + sams(table<float>("TIMS", {1, std::nextafter(2.0f, 0.0f)}) + jumps),
+        "last time is wrong");
+}
+
+TEST(KynCacheLoad, AcceptsWhatTheFrameAllows) {
+    KynCache cache;
+    const std::string path = scratchPath("ok.kyn");
+    // A static file needs no sample stream, and whatever follows its metadata is not read.
+    writeBytes(path, fileHead(0, 1, 2, 1) + chunk("SAMS", kTypeGroup, -5));
+    EXPECT_TRUE(cache.load(path.c_str(), true));
+    writeBytes(path,
+               fileHead(10, 1, 10, 1) + sams(table<int64_t>("JSAM", std::vector<int64_t>(10))));
+    EXPECT_TRUE(cache.load(path.c_str(), true));
+    // Unknown chunks in front of "META" and of "SAMS" are skipped.
+    const Bytes worked = workedBytes();
+    writeBytes(path, prefix(worked, 24) + table<int64_t>("XTRA", {5}) +
+                         Bytes(worked.begin() + 24, worked.begin() + 252) +
+                         table<int>("XTRA", {7}) + Bytes(worked.begin() + 252, worked.end()));
+    EXPECT_TRUE(cache.load(path.c_str(), true));
+    // Several groups: the tables are the concatenation of all of them.
+    writeBytes(path, fileHead(3, 1, 4, 0) +
+                         sams(table<float>("TIMS", {1, 2}) + table<int64_t>("JSAM", {10, 20})) +
+                         sams(table<float>("TIMS", {4}) + chunk("FREE", kTypeUndef, 0) +
+                              table<int64_t>("JSAM", {30})));
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    EXPECT_EQ(cache.sampleTimes, (std::vector<float>{1, 2, 4}));
+    EXPECT_EQ(cache.sampleJumps, (std::vector<int64_t>{10, 20, 30}));
+}
+
+TEST(KynCacheRead, ReadsOneObjectThroughTheJumpTables) {
+    const std::string path = scratchPath("worked.kyn");
+    writeWorkedFile(path);
+    KynCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    KynGroupChunk* sample = cache.loadObjectSample(1, 0);
+    ASSERT_NE(sample, nullptr);
+    ASSERT_EQ(sample->children.size(), 1u);
+    auto* positions = dynamic_cast<KynLeafChunk<float>*>(sample->children[0]);
+    ASSERT_NE(positions, nullptr);
+    EXPECT_EQ(positions->data, (std::vector<float>{1, 1, 1}));
+    delete sample;
+    EXPECT_EQ(cache.jumpSample, 1);
+    EXPECT_EQ(cache.objectJumps, (std::vector<int64_t>{456}));
+    EXPECT_EQ(cache.loadObjectSample(1, 1), nullptr);
+    EXPECT_EQ(cache.loadObjectSample(1, -1), nullptr);
+    EXPECT_EQ(cache.loadObjectSample(2, 0), nullptr);
+    EXPECT_EQ(cache.loadObjectSample(-1, 0), nullptr);
+    EXPECT_EQ(cache.fileName, path);  // failed reads leave the loaded state
+}
+
+TEST(KynCacheRead, ClosedStreamIsReopenedForEachReadAndClosedAgain) {
+    const std::string path = scratchPath("worked.kyn");
+    writeWorkedFile(path);
+    KynCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), false));
+    EXPECT_FALSE(cache.file.hasStream());
+    for (int round = 0; round < 2; ++round) {
+        KynGroupChunk* sample = cache.loadObjectSample(0, 0);
+        ASSERT_NE(sample, nullptr);
+        EXPECT_EQ(dynamic_cast<KynLeafChunk<float>*>(sample->children[0])->data,
+                  (std::vector<float>{0, 0, 0}));
+        delete sample;
+        EXPECT_FALSE(cache.file.hasStream());
+    }
+}
+
+TEST(KynCacheRead, ChannelSeekStopsAtTheEndOfItsObject) {
+    const std::string path = scratchPath("channels.kyn");
+    writeScene(path, {"a", "b", "c"}, {1}, 1, [](int, int object, KynGroupChunk& sobj) {
+        if (object == 0) {
+            sobj.children = {floats(kTagPOSI, {1}), floats(kTagVELO, {2}), floats(kTagPOSI, {3})};
+        } else if (object == 1) {
+            sobj.children = {floats(kTagKNTU, {4})};
+        }
+    });
+    KynCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    KynHeader h;
+    EXPECT_FALSE(cache.seekChannelSample(h, 0, 0, kTagKNTU, nullptr));
+    ASSERT_TRUE(cache.seekChannelSample(h, 0, 0, kTagVELO, nullptr));
+    EXPECT_EQ(h.tag, kTagVELO);
+    int index = 1;
+    ASSERT_TRUE(cache.seekChannelSample(h, 0, 0, kTagPOSI, &index));
+    EXPECT_EQ(index, 2);
+    float value = 0;
+    ASSERT_TRUE(cache.file.readData(h, &value));
+    EXPECT_EQ(value, 3);
+    index = 3;
+    EXPECT_FALSE(cache.seekChannelSample(h, 0, 0, kTagPOSI, &index));
+    EXPECT_FALSE(cache.seekChannelSample(h, 0, 2, kTagPOSI, nullptr));  // an empty "SOBJ"
+    ASSERT_TRUE(cache.seekObjectSample(h, 0, 2));
+    EXPECT_EQ(h.tag, kTagSOBJ);
+    EXPECT_EQ(h.length, 0);
+}
+
+TEST(KynCacheRead, LoadLeavesTheSampleAreaUnread) {
+    const std::string path = scratchPath("cut.kyn");
+    writeBytes(path, prefix(workedBytes(), 480));  // inside the last "POSI"
+    KynCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    KynGroupChunk* first = cache.loadObjectSample(0, 0);
+    EXPECT_NE(first, nullptr);
+    delete first;
+    EXPECT_EQ(cache.loadObjectSample(1, 0), nullptr);
+}
+
+TEST(KynCacheDamaged, CutAtEveryOffsetFailsWithAMessageOrReadsNull) {
+    const Bytes worked = workedBytes();
+    const std::string path = scratchPath("cut.kyn");
+    for (std::size_t size = 0; size <= worked.size(); ++size) {
+        SCOPED_TRACE(size);
+        writeBytes(path, prefix(worked, size));
+        KynCache cache;
+        Capture out(std::cout);
+        const bool loaded = cache.load(path.c_str(), true);
+        // The tables end at 300; whatever is cut behind them is seen only when read.
+        EXPECT_EQ(loaded, size >= 300);
+        if (!loaded) {
+            ASSERT_EQ(out.lines().size(), 1u);
+            EXPECT_EQ(libraryMessage(out.lines()[0]).find("<not"), std::string::npos);
+            continue;
+        }
+        for (int sample = 0; sample < 2; ++sample) {
+            KynGroupChunk* read = cache.loadObjectSample(sample, 0);
+            EXPECT_EQ(read != nullptr, size >= (sample == 0 ? 416u : 500u));
+            delete read;
+        }
+        EXPECT_EQ(out.str(), "");
+    }
+}
+
+TEST(KynCacheDamaged, ExtremeOffsetsAndTableLengthsReadAsNull) {
+    const Bytes worked = workedBytes();
+    const std::string path = scratchPath("patched.kyn");
+    const std::vector<int64_t> extremes = {
+        0,   -1, int64_t(1) << 31, int64_t(1) << 62, INT64_MAX, INT64_MIN, 300, 340, 348, 388,
+        400, 499};
+    // The first entries of "JSAM" and of the first "JOBJ", and the length of that "JOBJ".
+    const std::vector<std::pair<std::size_t, std::vector<int64_t>>> patches = {
+        {284, extremes}, {364, extremes}, {356, {0, 12, -8, int64_t(1) << 62, INT64_MAX}}};
+    for (const auto& target : patches) {
+        for (int64_t value : target.second) {
+            SCOPED_TRACE(std::to_string(target.first) + " <- " + std::to_string(value));
+            Bytes bytes = worked;
+            patch(bytes, target.first, value);
+            writeBytes(path, bytes);
+            KynCache cache;
+            ASSERT_TRUE(cache.load(path.c_str(), true));
+            EXPECT_EQ(cache.loadObjectSample(0, 0), nullptr);
+            KynGroupChunk* other = cache.loadObjectSample(1, 0);
+            EXPECT_NE(other, nullptr);  // the damage stays with its sample
+            delete other;
+            EXPECT_EQ(cache.loadObjectSample(0, 0), nullptr);
+        }
+    }
+}
+
+TEST(KynCacheLookup, NamesMatchByLeafInCircularOrder) {
+    KynCache cache;
+    EXPECT_EQ(cache.findObjectIndex("|a", 0), -1);
+    for (const char* name : {"|a|x", "|b|x", "|c|y", "na", "", "ab|c"}) cache.meta.addDOBJ(name);
+    EXPECT_TRUE(cache.compareNames("|p|q", "q"));
+    EXPECT_FALSE(cache.compareNames("|p|q", "|p|q|r"));
+    EXPECT_EQ(cache.findObjectIndex("|b|x", 0), 0);  // no preference for the exact name
+    EXPECT_EQ(cache.findObjectIndex("|b|x", 1), 1);
+    EXPECT_EQ(cache.findObjectIndex("x", 2), 0);
+    EXPECT_EQ(cache.findObjectIndex("x", 7), 0);
+    EXPECT_EQ(cache.findObjectIndex("x", -1), 0);
+    EXPECT_EQ(cache.findObjectIndex("|ns:c|ns:y", 0), 2);
+    EXPECT_EQ(cache.findObjectIndex("|nope", 0), -1);
+    EXPECT_EQ(cache.findObjectIndex("", 0), -1);
+    // The first character is never part of a namespace.
+    EXPECT_EQ(cache.findObjectIndex("ns:a", 0), 3);
+    EXPECT_EQ(cache.findObjectIndex("a:b|c", 0), 5);
+    EXPECT_EQ(cache.findObjectIndex(":", 0), 4);
+    KynCache stored;
+    stored.meta.addDOBJ("|ns:a|ns:b");  // stored names keep their namespaces
+    EXPECT_EQ(stored.findObjectIndex("|ns:a|ns:b", 0), -1);
+    stored.meta.addDOBJ("|z|b");
+    EXPECT_EQ(stored.findObjectIndex("|ns:a|ns:b", 0), 1);
+}
+
+TEST(KynCacheLookup, UniformTimesAreComputed) {
+    KynCache cache;
+    cache.meta.numSamples = 5;
+    cache.meta.firstTime = 1;
+    cache.meta.lastTime = 3;
+    cache.meta.rate = 2;
+    EXPECT_EQ(cache.getSampleIndex(1.5f), 1);
+    EXPECT_EQ(cache.getSampleIndex(1.25f), -1);
+    EXPECT_EQ(cache.getSampleIndex(NAN), -1);
+    EXPECT_EQ(cache.getMaxSampleIndexNotGreaterThan(1.25f), 0);
+    EXPECT_EQ(cache.getMinSampleIndexNotLessThan(1.25f), 1);
+    EXPECT_EQ(cache.getMaxSampleIndexNotGreaterThan(100), 4);
+    EXPECT_EQ(cache.getMinSampleIndexNotLessThan(0), 0);
+    EXPECT_EQ(cache.getMaxSampleIndexNotGreaterThan(0), -1);
+    EXPECT_EQ(cache.getMinSampleIndexNotLessThan(100), -1);
+    EXPECT_EQ(cache.getSampleTime(4), 3.0f);
+    EXPECT_TRUE(std::isnan(cache.getSampleTime(5)));
+    // A last time a rounding step below the computed one loses the last sample's time.
+    cache.meta.numSamples = 4;
+    cache.meta.firstTime = 0;
+    cache.meta.lastTime = std::nextafter(1.0f, 0.0f);
+    cache.meta.rate = 3;
+    EXPECT_TRUE(std::isnan(cache.getSampleTime(3)));
+}
+
+TEST(KynCacheLookup, NonUniformMaxIndexIsTheSampleAtOrAfter) {
+    KynCache cache;
+    cache.meta.numSamples = 3;
+    cache.meta.firstTime = 1;
+    cache.meta.lastTime = 4;
+    cache.meta.rate = 0;
+    cache.sampleTimes = {1, 2, 4};
+    EXPECT_EQ(cache.getMaxSampleIndexNotGreaterThan(3), 2);
+    EXPECT_EQ(cache.getMinSampleIndexNotLessThan(3), 2);
+    EXPECT_EQ(cache.getMaxSampleIndexNotGreaterThan(2), 1);
+    EXPECT_EQ(cache.getSampleIndex(3), -1);
+    EXPECT_EQ(cache.getSampleIndex(4), 2);
+    EXPECT_EQ(cache.getSampleTime(1), 2.0f);
+    EXPECT_TRUE(std::isnan(cache.getSampleTime(3)));
+    // A count beyond the time table answers from the table alone.
+    cache.meta.numSamples = 9;
+    cache.sampleTimes = {1};
+    EXPECT_EQ(cache.getSampleIndex(4), -1);
+    EXPECT_EQ(cache.getMinSampleIndexNotLessThan(3), -1);
+    EXPECT_TRUE(std::isnan(cache.getSampleTime(5)));
+    KynCache empty;
+    EXPECT_EQ(empty.getSampleIndex(1), -1);
+    EXPECT_EQ(empty.getMaxSampleIndexNotGreaterThan(1), -1);
+    EXPECT_EQ(empty.getMinSampleIndexNotLessThan(1), -1);
+    EXPECT_TRUE(std::isnan(empty.getSampleTime(0)));
+}
+
+TEST(KynCacheLookup, TagsComeFromMetadataOrTheFirstSample) {
+    const std::string path = scratchPath("tags.kyn");
+    writeScene(
+        path, {"static", "mesh", "attrs"}, {1, 2}, 1,
+        [](int, int object, KynGroupChunk& sobj) {
+            if (object == 0) sobj.children = {floats(kTagPOSI, {1})};
+            if (object == 1) sobj.children = {floats(kTagMESH, {})};
+        },
+        [](KynMETAChunk& meta) {
+            auto* nested = new KynGroupChunk(kynTag("GRPX"));
+            nested->children = {floats(kTagMTRX, {1})};
+            meta.objects[0]->children = {floats(kTagPOSI, {0}), nested};
+            meta.objects[2]->datr = new KynDATRChunk();
+            meta.objects[2]->datr->addAttr(false, "n", "int", kTypeInt32, 0, 0);
+        });
+    KynCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), false));
+    EXPECT_TRUE(cache.objectHas(0, kTagPOSI));
+    EXPECT_TRUE(cache.objectHas(0, kTagMTRX));  // found inside a group of the producer's
+    EXPECT_FALSE(cache.isObjectAnimated(0, kTagPOSI));
+    EXPECT_TRUE(cache.objectHas(1, kTagMESH));
+    EXPECT_TRUE(cache.isObjectAnimated(1, kTagMESH));
+    EXPECT_FALSE(cache.objectHas(1, kTagVELO));
+    EXPECT_FALSE(cache.objectHas(3, kTagPOSI));
+    EXPECT_FALSE(cache.isObjectAnimated(-1, kTagPOSI));
+    EXPECT_FALSE(cache.file.hasStream());
+    // The attribute table is in memory: no read of the file is needed for it.
+    std::remove(path.c_str());
+    EXPECT_TRUE(cache.objectHas(2, kTagDATR));
+    EXPECT_FALSE(cache.objectHas(1, kTagMESH));
+}

@@ -1,0 +1,262 @@
+// The memory cache: eviction order under a bound, tag walks in a sample, static data shadowing
+// animated data, vertex counts, attribute lookups and their messages, bulk loads.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
+
+#include "KynRoMemCache.h"
+#include "TestFiles.h"
+
+using namespace Kyn;
+using namespace kyntest_support;
+
+namespace {
+
+KynChunk* floats(unsigned tag, std::vector<float> values) {
+    return new KynLeafChunk<float>(tag, values);
+}
+
+// Five samples at frames 1 to 5 of two objects. Each "SOBJ" holds the positions {10 s + o};
+// object 0 adds a velocity, a second "POSI" and an "ATRS" with one animated attribute value.
+// Object 1 carries a static "POSI" and an animated attribute that no sample holds.
+void writeScene(const std::string& path) {
+    KynFile file;
+    ASSERT_TRUE(file.open(path.c_str(), "w"));
+    KynMETAChunk meta;
+    meta.numSamples = 5;
+    meta.firstTime = 1;
+    meta.lastTime = 5;
+    meta.rate = 1;
+    for (int o = 0; o < 3; ++o) meta.addDOBJ(("|obj" + std::to_string(o)).c_str());
+    meta.objects[0]->datr = new KynDATRChunk();
+    meta.objects[0]->datr->addAttr(true, "a", "float", kTypeFloat, 0, 0);
+    meta.objects[0]->datr->addAttr(false, "s", "int", kTypeInt32, 0, 0);
+    meta.objects[1]->datr = new KynDATRChunk();
+    meta.objects[1]->datr->addAttr(true, "b", "float", kTypeFloat, 0, 0);
+    meta.objects[1]->children = {floats(kTagPOSI, {-1, -1, -1})};
+    ASSERT_TRUE(KynDKYNChunk().write(file) && meta.write(file));
+    KynSAMSChunk stream;
+    ASSERT_TRUE(stream.writeStart(file, 5, 0, false));
+    for (int s = 0; s < 5; ++s) {
+        ASSERT_TRUE(stream.writeStartSAMPChunk(file, 3, nullptr));
+        for (int o = 0; o < 3; ++o) {
+            KynGroupChunk sobj(kTagSOBJ);
+            sobj.children = {floats(kTagPOSI, {float(10 * s + o)})};
+            if (o == 0) {
+                auto* values = new KynGroupChunk(kTagATRS);
+                values->children = {floats(kTagATTR, {0.5f * s})};
+                sobj.children.push_back(floats(kTagVELO, {1}));
+                sobj.children.push_back(floats(kTagPOSI, {2}));
+                sobj.children.push_back(values);
+            }
+            ASSERT_TRUE(stream.writeSOBJChunk(file, &sobj));
+        }
+        ASSERT_TRUE(stream.writeEndSAMPChunk(file));
+    }
+    ASSERT_TRUE(stream.writeEnd(file) && file.close());
+}
+
+class KynRoMemCacheTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        path = scratchPath("scene.kyn");
+        writeScene(path);
+    }
+    bool held(int sample) const {
+        return std::size_t(sample) < cache.samples.size() && cache.samples[sample] != nullptr;
+    }
+    std::list<int> recent() const { return cache.recentSamples; }
+    // The first value of a float leaf, or of the first child of a "SOBJ"; -99 for none.
+    float firstPosition(KynGroupChunk* sobj) {
+        return sobj && !sobj->children.empty() ? firstPosition(sobj->children[0]) : -99;
+    }
+    float firstPosition(KynChunk* chunk) {
+        auto* leaf = dynamic_cast<KynLeafChunk<float>*>(chunk);
+        return leaf && !leaf->data.empty() ? leaf->data[0] : -99;
+    }
+
+    std::string path;
+    KynRoMemCache cache;
+};
+
+}  // namespace
+
+TEST_F(KynRoMemCacheTest, EvictsTheLeastRecentlyUsedSampleWithAllItsObjects) {
+    ASSERT_TRUE(cache.load(path.c_str(), true, 2));
+    EXPECT_EQ(cache.samples.size(), 5u);
+    ASSERT_NE(cache.getSample(0, 0), nullptr);
+    ASSERT_NE(cache.getSample(0, 1), nullptr);
+    ASSERT_NE(cache.getSample(1, 0), nullptr);
+    ASSERT_NE(cache.getSample(2, 0), nullptr);
+    EXPECT_FALSE(held(0));
+    EXPECT_EQ(recent(), (std::list<int>{2, 1}));
+    cache.getSample(1, 0);
+    cache.getSample(3, 0);
+    EXPECT_FALSE(held(2));
+    EXPECT_TRUE(held(1));
+    EXPECT_EQ(recent(), (std::list<int>{3, 1}));
+    // Another object of the front sample changes nothing in the list.
+    EXPECT_EQ(firstPosition(cache.getSample(3, 1)), 31);
+    EXPECT_EQ(recent(), (std::list<int>{3, 1}));
+    EXPECT_EQ(cache.samples[3]->size(), 2u);
+    cache.setMaxSamples(1);
+    EXPECT_EQ(recent(), (std::list<int>{3}));
+    EXPECT_FALSE(held(1));
+    cache.getSample(4, 0);
+    EXPECT_FALSE(held(3));
+    EXPECT_EQ(recent(), (std::list<int>{4}));
+}
+
+TEST_F(KynRoMemCacheTest, TheBoundSurvivesLoadButNotReset) {
+    ASSERT_TRUE(cache.load(path.c_str(), true, 2));
+    EXPECT_EQ(cache.maxSamples, 2);
+    Capture out(std::cout);
+    EXPECT_FALSE(cache.load(scratchPath("missing.kyn").c_str(), true));
+    EXPECT_EQ(cache.maxSamples, 2);
+    cache.reset();
+    EXPECT_EQ(cache.maxSamples, 0);
+    ASSERT_TRUE(cache.load(path.c_str(), true, 3));
+    cache.getSample(0, 0);
+    cache.getSample(1, 0);
+    cache.setMaxSamples(-3);  // as 0: the tracked samples go, and the bound with them
+    EXPECT_EQ(cache.maxSamples, 0);
+    EXPECT_TRUE(recent().empty());
+    EXPECT_FALSE(held(0) || held(1));
+    // Samples read without a bound are never tracked, so never evicted.
+    for (int s = 0; s < 3; ++s) cache.getSample(s, 0);
+    cache.setMaxSamples(1);
+    cache.getSample(3, 0);
+    cache.getSample(4, 0);
+    EXPECT_TRUE(held(0) && held(1) && held(2) && held(4));
+    EXPECT_FALSE(held(3));
+}
+
+TEST_F(KynRoMemCacheTest, AReadWriteCacheNeverTracksOrEvicts) {
+    cache.rwMode = 1;
+    ASSERT_TRUE(cache.load(path.c_str(), true, 1));
+    cache.setMaxSamples(3);
+    EXPECT_EQ(cache.maxSamples, 1);
+    for (int s = 0; s < 3; ++s) ASSERT_NE(cache.getSample(s, 0), nullptr);
+    EXPECT_TRUE(held(0) && held(1) && held(2));
+    EXPECT_TRUE(recent().empty());
+}
+
+TEST_F(KynRoMemCacheTest, WalksRepeatedTagsOfOneSample) {
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    int index = 0;
+    EXPECT_EQ(firstPosition(cache.getSample(2, 0, kTagPOSI, &index)), 20);
+    EXPECT_EQ(index, 0);
+    index = 1;
+    EXPECT_EQ(firstPosition(cache.getSample(2, 0, kTagPOSI, &index)), 2);
+    EXPECT_EQ(index, 2);
+    index = 3;
+    EXPECT_EQ(cache.getSample(2, 0, kTagPOSI, &index), nullptr);
+    EXPECT_EQ(index, 4);  // the number of children
+    index = -5;
+    EXPECT_EQ(firstPosition(cache.getSample(2, 0, kTagPOSI, &index)), 20);
+    index = 7;
+    EXPECT_EQ(cache.getSample(5, 0, kTagPOSI, &index), nullptr);
+    EXPECT_EQ(index, 7);  // a missing sample leaves the index alone
+    EXPECT_EQ(firstPosition(cache.getSample(2, 0, kTagVELO, nullptr)), 1);
+    EXPECT_EQ(cache.getSample(0, -1), nullptr);
+    EXPECT_EQ(cache.getSample(0, 3), nullptr);
+    EXPECT_EQ(cache.getSample(-1, 0), nullptr);
+    cache.deleteSample(-1);
+}
+
+TEST_F(KynRoMemCacheTest, StaticDataShadowsSampleData) {
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    bool animated = true;
+    for (int sample : {0, -1, 99}) {
+        animated = true;
+        EXPECT_EQ(firstPosition(cache.getObjectData(sample, 1, kTagPOSI, &animated)), -1);
+        EXPECT_FALSE(animated);
+    }
+    EXPECT_EQ(firstPosition(cache.getObjectData(1, 0, kTagPOSI, &animated)), 10);
+    EXPECT_TRUE(animated);
+    EXPECT_EQ(cache.getObjectData(1, 0, kTagMTRX, &animated), nullptr);
+    EXPECT_FALSE(animated);
+    EXPECT_EQ(cache.getObjectData(1, -1, kTagPOSI, &animated), nullptr);
+    EXPECT_EQ(firstPosition(cache.getObjectData(1, 2, kTagPOSI, nullptr)), 12);
+}
+
+TEST_F(KynRoMemCacheTest, CountsVerticesByTypeAndDimension) {
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    EXPECT_EQ(cache.getNumVertices(-1, 0), 0);  // only static positions without a sample
+    EXPECT_EQ(cache.getNumVertices(0, 0), 0);   // one float reads as a third of a vertex
+    EXPECT_EQ(cache.getNumVertices(-1, 1), 1);
+    auto* doubles = new KynLeafChunk<double>(kTagPOSI, std::vector<double>(6));
+    cache.meta.objects[2]->children = {doubles};
+    EXPECT_EQ(cache.getNumVertices(-1, 2), 2);
+    doubles->header.dimension = 2;
+    EXPECT_EQ(cache.getNumVertices(-1, 2), 3);
+    EXPECT_EQ(cache.getNumVertices(0, 3), 0);
+}
+
+TEST_F(KynRoMemCacheTest, AttributeValuesAndTheirMessages) {
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    EXPECT_EQ(firstPosition(cache.getAttrData(2, 0, 0)), 1.0f);
+    KynChunk* fixed = cache.getAttrData(2, 0, 1);
+    ASSERT_NE(fixed, nullptr);
+    EXPECT_EQ(fixed, cache.meta.objects[0]->datr->atrs.children[0]);
+    Capture err(std::cerr);
+    EXPECT_EQ(cache.getAttrData(0, 0, 2), nullptr);
+    EXPECT_EQ(cache.getAttrData(0, 0, -1), nullptr);
+    EXPECT_EQ(cache.getAttrData(0, 1, 0), nullptr);
+    EXPECT_EQ(cache.getAttrData(0, 2, 0), nullptr);  // no attribute table: silent
+    EXPECT_EQ(err.str(),
+              "DATR index out of range 2\n"
+              "DATR index out of range -1\n"
+              "ATRS GROUP chunk missing for object at 1\n");
+}
+
+TEST_F(KynRoMemCacheTest, DeletingTheLastSampleShrinksTheTable) {
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    cache.getSample(1, 0);
+    cache.getSample(4, 0);
+    cache.deleteSample(4);
+    EXPECT_EQ(cache.samples.size(), 2u);
+    cache.deleteSample(9);
+    EXPECT_EQ(firstPosition(cache.getSample(4, 1)), 41);
+    EXPECT_EQ(cache.samples.size(), 5u);
+    EXPECT_EQ(cache.samples[4]->size(), 2u);
+    cache.deleteAllSamples();
+    EXPECT_TRUE(cache.samples.empty());
+}
+
+TEST_F(KynRoMemCacheTest, BulkLoadsFillEverySlotWithoutTracking) {
+    ASSERT_TRUE(cache.load(path.c_str(), false, 1));
+    EXPECT_TRUE(cache.loadSamplesNotGreaterThan(-1));
+    ASSERT_TRUE(cache.loadSamplesNotGreaterThan(1));
+    EXPECT_TRUE(held(0) && held(1));
+    EXPECT_FALSE(held(2));
+    EXPECT_EQ(cache.samples[1]->size(), 3u);
+    ASSERT_TRUE(cache.loadAllSamples());
+    for (int s = 0; s < 5; ++s) {
+        for (int o = 0; o < 3; ++o) EXPECT_EQ(firstPosition((*cache.samples[s])[o]), 10 * s + o);
+    }
+    EXPECT_TRUE(recent().empty());
+    EXPECT_FALSE(cache.file.hasStream());
+    // With the file gone, the partial load stops, the whole one carries on.
+    cache.deleteAllSamples();
+    std::remove(path.c_str());
+    EXPECT_FALSE(cache.loadSamplesNotGreaterThan(2));
+    EXPECT_TRUE(cache.loadAllSamples());
+    EXPECT_EQ(cache.samples.size(), 5u);
+    EXPECT_EQ((*cache.samples[4])[2], nullptr);
+}
+
+TEST_F(KynRoMemCacheTest, TypedDataAtAnExactSampleTime) {
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    const std::vector<float>* data = cache.getSampleDataAtTime<float>(3, 1, kTagPOSI, nullptr);
+    ASSERT_NE(data, nullptr);
+    EXPECT_EQ(*data, (std::vector<float>{21}));
+    EXPECT_EQ(cache.getSampleDataAtTime<double>(3, 1, kTagPOSI, nullptr), nullptr);
+    EXPECT_EQ(cache.getSampleDataAtTime<float>(2.5f, 1, kTagPOSI, nullptr), nullptr);
+    EXPECT_EQ(cache.getSampleDataAtTime<float>(6, 1, kTagPOSI, nullptr), nullptr);
+    int index = 1;
+    data = cache.getSampleDataAtTime<float>(1, 0, kTagPOSI, &index);
+    ASSERT_NE(data, nullptr);
+    EXPECT_EQ(*data, (std::vector<float>{2}));
+}
