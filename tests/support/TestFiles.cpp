@@ -41,6 +41,21 @@ int64_t readLE(const std::vector<unsigned char>& bytes, std::size_t offset, int 
     return static_cast<int64_t>(value);
 }
 
+void appendLE(std::vector<unsigned char>& bytes, int64_t value, int width) {
+    for (int i = 0; i < width; ++i)
+        bytes.push_back(static_cast<unsigned char>(uint64_t(value) >> (8 * i)));
+}
+
+void appendHeader(std::vector<unsigned char>& bytes, const char* tag, unsigned char type,
+                  int64_t length, unsigned char compound, unsigned char dimension) {
+    bytes.insert(bytes.end(), tag, tag + 4);
+    bytes.push_back(type);
+    bytes.push_back(compound);
+    bytes.push_back(dimension);
+    bytes.push_back(0);
+    appendLE(bytes, length, 8);
+}
+
 std::vector<std::string> Capture::lines() const {
     std::vector<std::string> result;
     std::istringstream in(text.str());

@@ -20,6 +20,12 @@ void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes
 // The little-endian value of `width` bytes at `offset`.
 int64_t readLE(const std::vector<unsigned char>& bytes, std::size_t offset, int width);
 
+// Appends the low `width` bytes of `value`, little-endian.
+void appendLE(std::vector<unsigned char>& bytes, int64_t value, int width);
+// Appends a chunk header in its on-disk form; `tag` is four characters.
+void appendHeader(std::vector<unsigned char>& bytes, const char* tag, unsigned char type,
+                  int64_t length, unsigned char compound = 0, unsigned char dimension = 0);
+
 // The worked file: one object "foo", a three-float "POSI" per sample, samples at 1 and 2,
 // application "app", date 1400000000, space 1, a reserve of 2 spare samples. 500 bytes.
 void writeWorkedFile(const std::string& path);

@@ -59,6 +59,7 @@ class KynFile {
     bool seek(int64_t offset, int whence, bool clearGroups);
 
     bool readHeader(KynHeader& header);
+    // Moves forward over the payload; a negative length is refused.
     bool skipData(const KynHeader& header);
     // Reads the payload into `data`; a null `data` skips it. No payload of 2^31 bytes or more.
     bool readData(const KynHeader& header, void* data);
