@@ -1,19 +1,16 @@
 // kyn2txt FILE: prints every chunk of a cache file as text.
-#include <cstring>
-#include <iostream>
-
+#include "ToolArgs.h"
 #include "kynUtils.h"
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        std::cout << "usage: kyn2txt FILE\n"
-                     "Prints every chunk of the cache file FILE, one line a chunk, indented by\n"
-                     "nesting. Exits 0 on success and 1 on failure.\n";
-        return 0;
-    }
-    if (argc != 2) {
-        std::cerr << "usage: kyn2txt FILE (kyn2txt --help for more)\n";
-        return 1;
-    }
+    const ToolUsage usage = {"kyn2txt",
+                             "FILE",
+                             "Prints every chunk of the cache file FILE, one line a chunk, "
+                             "indented by\nnesting. Exits 0 on success and 1 on failure.\n",
+                             1,
+                             1,
+                             1};
+    int exitCode = 0;
+    if (!acceptArguments(usage, argc, argv, exitCode)) return exitCode;
     return kyn2txt(argv[1]) == 0 ? 0 : 1;
 }

@@ -2,10 +2,9 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <cstring>
 #include <iostream>
-#include <string>
 
+#include "ToolArgs.h"
 #include "kynUtils.h"
 
 namespace {
@@ -22,21 +21,19 @@ int exitStatusOf(int result) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        std::cout
-            << "usage: kyndiff FILE1 FILE2 [DIFF-OPTIONS]\n"
-               "Compares two cache files by their content: each is written as a flat text\n"
-               "dump, with the creation date left out, into the directory "
-            << kTemporaryDirectory
-            << ",\nand the system's diff compares the dumps with DIFF-OPTIONS, given as "
-               "one\nargument. Exits 0 when the files are the same, 1 when they differ, and 2 "
-               "on\nfailure.\n";
-        return 0;
-    }
-    if (argc != 3 && argc != 4) {
-        std::cerr << "usage: kyndiff FILE1 FILE2 [DIFF-OPTIONS] (kyndiff --help for more)\n";
-        return 2;
-    }
+    const ToolUsage usage = {
+        "kyndiff",
+        "FILE1 FILE2 [DIFF-OPTIONS]",
+        "Compares two cache files by their content: each is written as a flat text\n"
+        "dump, with the creation date left out, into the directory /disk1/tmp,\n"
+        "and the system's diff compares the dumps with DIFF-OPTIONS, given as one\n"
+        "argument. Exits 0 when the files are the same, 1 when they differ, and 2 on\n"
+        "failure.\n",
+        2,
+        3,
+        2};
+    int exitCode = 0;
+    if (!acceptArguments(usage, argc, argv, exitCode)) return exitCode;
     struct stat info;
     if (stat(kTemporaryDirectory, &info) != 0 || !S_ISDIR(info.st_mode)) {
         std::cerr << "kyndiff: the directory " << kTemporaryDirectory

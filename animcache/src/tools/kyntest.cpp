@@ -1,19 +1,16 @@
 // kyntest FILE: writes a small fixed cache file through the low-level writer.
-#include <cstring>
-#include <iostream>
-
+#include "ToolArgs.h"
 #include "kynUtils.h"
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        std::cout << "usage: kyntest FILE\n"
-                     "Writes a small cache file with two objects and one sample to FILE,\n"
-                     "replacing it. Exits 0 on success and 1 on failure.\n";
-        return 0;
-    }
-    if (argc != 2) {
-        std::cerr << "usage: kyntest FILE (kyntest --help for more)\n";
-        return 1;
-    }
+    const ToolUsage usage = {"kyntest",
+                             "FILE",
+                             "Writes a small cache file with two objects and one sample to "
+                             "FILE,\nreplacing it. Exits 0 on success and 1 on failure.\n",
+                             1,
+                             1,
+                             1};
+    int exitCode = 0;
+    if (!acceptArguments(usage, argc, argv, exitCode)) return exitCode;
     return kyntest(argv[1]) == 0 ? 0 : 1;
 }
