@@ -1,0 +1,95 @@
+// KynRwMemCache: the editor of a cache, and the only code that brings a memory cache to disk.
+//
+// A producer fills it from nothing, sample by sample, with `allocSample`; a host that has
+// loaded a file renames objects and attributes, shifts or cuts the time range, adds samples and
+// switches between uniform and non-uniform sampling. Every edit is in memory until `save`,
+// which appends the new samples to the file in place when it can (the tables of the last
+// "SAMS" grow into their "FREE" reserve) and rewrites the whole file otherwise.
+//
+// Ownership: the groups that `allocSample` hands out are owned by the `samples` table, like the
+// ones read from the file; the caller fills them and must not delete them. They stay valid
+// until the sample is deleted, the cache is reset or destroyed. A read-write cache never evicts:
+// an edited sample exists nowhere else.
+// Rules: the file must not change beneath the cache between `load` and `save`; a changed or
+// truncated file is detected where it can be, and then `save` rewrites it from memory. One
+// thread at a time.
+#ifndef KYN_RW_MEM_CACHE_H
+#define KYN_RW_MEM_CACHE_H
+
+#include <cstdint>
+#include <string>
+
+#include "KynChunks.h"
+#include "KynRoMemCache.h"
+
+namespace Kyn {
+
+class KynRwMemCache : public KynRoMemCache {
+  public:
+    // Opens files for update (rwMode 1); nothing modified, nothing to append, default reserve.
+    KynRwMemCache();
+
+    // The "SOBJ" of the object at `time`, made empty if the cache does not hold it; objects up
+    // to `objectIndex` are made nameless when missing. Null, with nothing changed, for a
+    // negative index, a time that is not finite, or a time so far from the cached range that
+    // the distance overflows.
+    KynGroupChunk* allocSample(float time, int objectIndex);
+    // Empties the cache but stays bound to the same file (`fileName`, `keepOpen`).
+    void deleteCache();
+    // Sets an object's name, making nameless objects up to `objectIndex` when missing.
+    void setName(int objectIndex, const char* name);
+    // Rename or retype a dynamic attribute; false for a bad object or attribute index, or an
+    // object without attributes.
+    bool setAttrName(int objectIndex, int attrIndex, const std::string& name);
+    bool setAttrType(int objectIndex, int attrIndex, const std::string& type);
+    // Moves the time range so that it starts at `time`. A non-uniform cache moves its time
+    // table only, and keeps `firstTime` and `lastTime`, which then disagree with the table.
+    void shiftFirstTimeTo(float time);
+    // Gives every sample an explicit time (rate 0); the last one's is `lastTime` itself.
+    void convertToNonUniformSampling();
+    // Drops the explicit times if they rise by one exact step; false, with nothing changed,
+    // if they do not.
+    bool convertToUniformSampling();
+    // Drops the samples behind the first one at or after `time`, which stays.
+    void truncate(float time);
+
+    // `saveAs(fileName)` if the cache is modified; otherwise nothing, and true.
+    bool save(bool* saved, bool* deleted);
+    // Appends when `path` is the cache's own file and the file allows it, otherwise writes the
+    // whole file afresh; a cache without objects removes `path` instead. `*saved`: a file now
+    // holds the cache; `*deleted`: a file was removed. True unless something failed.
+    bool saveAs(const char* path, bool* saved, bool* deleted);
+    // Writes the samples added behind the end of `fileName` into that file in place. False,
+    // with the file untouched, whenever the file and the memory do not allow it; a failure
+    // while writing leaves the file damaged, the memory whole, and a rewrite to repair it.
+    bool append();
+
+    bool modified = false;   // memory differs from the file
+    bool canAppend = false;  // every sample added since the last save lies behind the end
+    int numFree = 0;         // spare samples per "SAMS"; 0: twice the samples; at least 100
+
+  private:
+    // The low 32 bits of the sample count, as every test of the count reads them.
+    int count() const { return static_cast<int>(meta.numSamples); }
+    bool acceptsTime(float time) const;
+    KynGroupChunk* allocFirstSample(float time, int objectIndex);
+    KynGroupChunk* allocSampleBehindEnd(float time, int objectIndex);
+    KynGroupChunk* insertSample(float time, int objectIndex);
+    int firstSampleNotBefore(float time) const;
+    void dropSamplesFrom(int sampleIndex);
+    void forgetDiskSamplesFrom(int sampleIndex);
+    bool setAttrField(int objectIndex, int attrIndex, const std::string& value, bool name);
+
+    int64_t reserveFor(int64_t sampleCount) const;
+    bool samplesReady(int first, bool nonUniform) const;
+    bool writeSamples(KynSAMSChunk& writer, int first, bool nonUniform);
+    void recordJumps(const KynSAMSChunk& writer, int first);
+    void finishSave(const std::string& path);
+    bool removeFile(const char* path, bool* deleted);
+    bool writeHeaderOnly();
+    bool rewrite(const std::string& path);
+};
+
+}  // namespace Kyn
+
+#endif

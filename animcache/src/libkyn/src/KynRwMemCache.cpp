@@ -1,0 +1,265 @@
+// Editing a cache in memory: adding samples, renaming, shifting, cutting and converting the
+// sampling. Nothing here touches the file but `truncate`, which closes it.
+//
+// Invariants kept by these edits: `numSamples` samples lie between `firstTime` and `lastTime`;
+// rate 0 means their times stand in the first `numSamples` entries of `sampleTimes`, any other
+// rate that sample i lies at firstTime + i / rate. An entry of `sampleJumps` is the file offset
+// of the sample with that index; a sample made in memory has none, so that a read of one of
+// its empty slots finds nothing on disk instead of another sample's data.
+#include "KynRwMemCache.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+
+namespace Kyn {
+
+namespace {
+
+KynGroupChunk* newObjectSample() {
+    return new KynGroupChunk(kTagSOBJ);
+}
+
+}  // namespace
+
+KynRwMemCache::KynRwMemCache() {
+    rwMode = 1;
+}
+
+// A time that can take part in the sample arithmetic: finite, with finite distances to the
+// ends of the cached range, and room left for one more sample.
+bool KynRwMemCache::acceptsTime(float time) const {
+    if (!std::isfinite(time) || count() < 0 || count() == INT_MAX) return false;
+    if (count() == 0) return true;
+    return std::isfinite(time - meta.firstTime) && std::isfinite(time - meta.lastTime);
+}
+
+KynGroupChunk* KynRwMemCache::allocSample(float time, int objectIndex) {
+    if (objectIndex < 0 || !acceptsTime(time)) return nullptr;
+    while (meta.objects.size() <= std::size_t(objectIndex)) {
+        modified = true;
+        canAppend = false;
+        meta.addDOBJ("");
+    }
+    if (count() == 0) return allocFirstSample(time, objectIndex);
+    modified = true;
+    if (time > meta.lastTime) return allocSampleBehindEnd(time, objectIndex);
+
+    canAppend = false;
+    const int index = getMinSampleIndexNotLessThan(time);
+    if (index >= 0 && getSampleTime(index) == time) {
+        // The file's data of this object, if any, is not read: the new group shadows it.
+        KynGroupChunk*& slot = sampleSlot(index, objectIndex);
+        if (slot == nullptr) slot = newObjectSample();
+        return slot;
+    }
+    return insertSample(time, objectIndex);
+}
+
+KynGroupChunk* KynRwMemCache::allocFirstSample(float time, int objectIndex) {
+    modified = true;
+    canAppend = false;
+    meta.numSamples = 1;
+    meta.firstTime = time;
+    meta.lastTime = time;
+    meta.rate = 1.0f;
+    dropSamplesFrom(0);
+    forgetDiskSamplesFrom(0);
+    KynGroupChunk*& slot = sampleSlot(0, objectIndex);
+    slot = newObjectSample();
+    return slot;
+}
+
+KynGroupChunk* KynRwMemCache::allocSampleBehindEnd(float time, int objectIndex) {
+    canAppend = true;
+    const int index = count();
+    // The second sample teaches the cache its step; a later one at another step, however
+    // slight the difference, makes it non-uniform.
+    const float stepRate = 1.0f / (time - meta.lastTime);
+    if (index == 1 && std::isnormal(stepRate)) {
+        meta.rate = stepRate;
+    } else if (meta.rate != 0.0f && meta.rate != stepRate) {
+        // Also a step whose rate is no normal float (infinite, or too small to hold its
+        // precision): the times are kept exactly instead.
+        convertToNonUniformSampling();
+    }
+    dropSamplesFrom(index);
+    forgetDiskSamplesFrom(index);
+    KynGroupChunk*& slot = sampleSlot(index, objectIndex);
+    slot = newObjectSample();
+    if (meta.rate == 0.0f) {
+        sampleTimes.resize(std::size_t(index) + 1);
+        sampleTimes[std::size_t(index)] = time;
+    }
+    meta.numSamples = index + 1;
+    meta.lastTime = time;
+    return slot;
+}
+
+// A new sample in front of the first one after `time`, which moves one place back with all
+// behind it.
+KynGroupChunk* KynRwMemCache::insertSample(float time, int objectIndex) {
+    // Sample indices are about to move: everything on disk comes into memory first.
+    loadAllSamples();
+    if (time > meta.firstTime) {
+        convertToNonUniformSampling();
+    } else if (meta.rate != 0.0f && 1.0 / double(meta.firstTime - time) != double(meta.rate)) {
+        // Exactly one step in front of the first sample keeps a uniform cache uniform.
+        convertToNonUniformSampling();
+    }
+    // A cache that stays uniform gets the sample in front of all others. Otherwise the place is
+    // found in the exact times: the uniform lookup before the conversion can round it off.
+    const int sampleIndex = meta.rate != 0.0f ? 0 : firstSampleNotBefore(time);
+    const auto position = std::size_t(sampleIndex);
+    if (samples.size() < position) samples.resize(position, nullptr);
+    auto* objects = new std::vector<KynGroupChunk*>(std::size_t(objectIndex) + 1, nullptr);
+    KynGroupChunk* group = newObjectSample();
+    (*objects)[std::size_t(objectIndex)] = group;
+    samples.insert(samples.begin() + std::ptrdiff_t(position), objects);
+    // A uniform cache gets one stale entry here, which uniform lookups never read.
+    if (sampleTimes.size() < position) sampleTimes.resize(position);
+    sampleTimes.insert(sampleTimes.begin() + std::ptrdiff_t(position), time);
+    forgetDiskSamplesFrom(sampleIndex);
+    meta.numSamples = count() + 1;
+    if (sampleIndex == 0) meta.firstTime = time;
+    return group;
+}
+
+// The index of the first entry of the time table not before `time`, among the samples.
+int KynRwMemCache::firstSampleNotBefore(float time) const {
+    const auto end =
+        sampleTimes.begin() + std::ptrdiff_t(std::min(sampleTimes.size(), std::size_t(count())));
+    return int(std::lower_bound(sampleTimes.begin(), end, time) - sampleTimes.begin());
+}
+
+// Deletes the held samples from `sampleIndex` on and cuts the table there.
+void KynRwMemCache::dropSamplesFrom(int sampleIndex) {
+    for (int s = int(samples.size()) - 1; s >= sampleIndex; --s) deleteSample(s);
+    if (samples.size() > std::size_t(sampleIndex)) samples.resize(std::size_t(sampleIndex));
+}
+
+// The samples from `sampleIndex` on are no longer those whose offsets the jump table holds.
+void KynRwMemCache::forgetDiskSamplesFrom(int sampleIndex) {
+    if (sampleJumps.size() > std::size_t(sampleIndex)) sampleJumps.resize(std::size_t(sampleIndex));
+    if (jumpSample >= sampleIndex) jumpSample = -1;
+}
+
+void KynRwMemCache::deleteCache() {
+    const std::string keptName = fileName;
+    const bool keptOpen = keepOpen;
+    reset();
+    fileName = keptName;
+    keepOpen = keptOpen;
+}
+
+void KynRwMemCache::setName(int objectIndex, const char* name) {
+    if (objectIndex < 0 || name == nullptr) return;
+    while (meta.objects.size() <= std::size_t(objectIndex)) {
+        modified = true;
+        meta.addDOBJ("");
+    }
+    // A name of another length changes the length of the metadata, which append detects.
+    KynDOBJChunk* object = meta.objects[std::size_t(objectIndex)];
+    if (object->name == name) return;
+    modified = true;
+    object->name = name;
+}
+
+bool KynRwMemCache::setAttrField(int objectIndex, int attrIndex, const std::string& value,
+                                 bool name) {
+    if (objectIndex < 0 || std::size_t(objectIndex) >= meta.objects.size()) return false;
+    modified = true;
+    KynDATRChunk* datr = meta.objects[std::size_t(objectIndex)]->datr;
+    if (datr == nullptr) return false;
+    // Tested here so that a bad index answers false instead of the table's report and throw.
+    if (attrIndex < 0 || attrIndex >= datr->getNumAttrs()) return false;
+    return name ? datr->setAttrName(attrIndex, value) : datr->setAttrType(attrIndex, value);
+}
+
+bool KynRwMemCache::setAttrName(int objectIndex, int attrIndex, const std::string& name) {
+    return setAttrField(objectIndex, attrIndex, name, true);
+}
+
+bool KynRwMemCache::setAttrType(int objectIndex, int attrIndex, const std::string& type) {
+    return setAttrField(objectIndex, attrIndex, type, false);
+}
+
+void KynRwMemCache::shiftFirstTimeTo(float time) {
+    const float delta = time - meta.firstTime;
+    if (delta == 0.0f || !std::isfinite(delta)) return;
+    if (meta.rate == 0.0f) {
+        for (float t : sampleTimes)
+            if (!std::isfinite(t + delta)) return;
+        // firstTime and lastTime stay as they were: a kept behaviour of the non-uniform shift.
+        for (float& t : sampleTimes) t += delta;
+        if (!sampleTimes.empty()) modified = true;
+        return;
+    }
+    // Refused when rounding would turn the range around or change the number of samples that
+    // it holds.
+    const float last = meta.lastTime + delta;
+    const auto samplesIn = [this](float first, float end) {
+        return roundf((end - first) * meta.rate);
+    };
+    if (!std::isfinite(last) || !(time <= last) ||
+        samplesIn(time, last) != samplesIn(meta.firstTime, meta.lastTime))
+        return;
+    meta.lastTime = last;
+    meta.firstTime = time;
+    modified = true;
+}
+
+void KynRwMemCache::convertToNonUniformSampling() {
+    if (meta.rate == 0.0f || count() < 0) return;
+    sampleTimes.resize(std::size_t(count()));
+    for (int i = 0; i < count(); ++i)
+        sampleTimes[std::size_t(i)] = static_cast<float>(i) / meta.rate + meta.firstTime;
+    // The step computed back from the rate can miss the last time by a rounding (1 / (1 / 7)
+    // is not 7), and a table whose last entry is not lastTime makes a file that does not load.
+    if (count() > 0) sampleTimes.back() = meta.lastTime;
+    meta.rate = 0.0f;
+}
+
+bool KynRwMemCache::convertToUniformSampling() {
+    if (meta.rate != 0.0f) return true;
+    if (count() < 2) {
+        meta.rate = 1.0f;
+        sampleTimes.clear();
+        return true;
+    }
+    if (sampleTimes.size() < std::size_t(count())) return false;
+    const double step = double(sampleTimes[1] - sampleTimes[0]);
+    for (std::size_t i = 2; i < std::size_t(count()); ++i) {
+        const double difference = double(sampleTimes[i] - sampleTimes[i - 1]);
+        if (difference != step || std::isnan(difference)) return false;
+    }
+    // Only a rising step whose rate is a normal float can stand for the times.
+    const auto rate = static_cast<float>(1.0 / step);
+    if (!(step > 0.0) || !std::isnormal(rate)) return false;
+    sampleTimes.clear();
+    meta.rate = rate;
+    return true;
+}
+
+void KynRwMemCache::truncate(float time) {
+    if (!(time < meta.lastTime)) return;
+    const int index = getMinSampleIndexNotLessThan(time);
+    if (meta.firstTime > time || index == -1) {
+        // Every sample lies behind `time`.
+        deleteCache();
+        return;
+    }
+    // The sample at or first after `time` stays, even when it lies after it. Its computed
+    // time can round past lastTime only when it is the last sample, whose time is lastTime.
+    float last = getSampleTime(index);
+    if (std::isnan(last)) last = meta.lastTime;
+    modified = true;
+    canAppend = false;
+    file.close();
+    meta.numSamples = index + 1;
+    meta.lastTime = last;
+    // sampleTimes and sampleJumps keep their surplus: lookups stop at numSamples.
+    dropSamplesFrom(index + 1);
+}
+
+}  // namespace Kyn
