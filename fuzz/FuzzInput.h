@@ -13,7 +13,7 @@
 #include <string>
 
 class FuzzFile {
-public:
+  public:
     FuzzFile(const uint8_t* data, std::size_t size) : fd(memfd_create("kyn_fuzz", 0)) {
         if (fd < 0) return;
         std::size_t done = 0;
@@ -30,18 +30,18 @@ public:
     const char* c_str() const { return path.c_str(); }
     bool ok() const { return fd >= 0; }
 
-private:
+  private:
     int fd;
     std::string path;
 };
 
 // Silences a standard stream for the lifetime of the object.
 class Silence {
-public:
+  public:
     explicit Silence(std::ostream& stream) : stream(stream), saved(stream.rdbuf(sink.rdbuf())) {}
     ~Silence() { stream.rdbuf(saved); }
 
-private:
+  private:
     std::ostream& stream;
     std::ostringstream sink;
     std::streambuf* saved;
