@@ -1,93 +1,7 @@
-// Loads arbitrary bytes as a cache, then reads every object of every sample, builds every view
-// and calls its readers at stored and in-between times with orders 0 to 3. Runs the report too.
-// The first input byte picks the bound on samples held in memory (0 to 3).
-#include <memory>
-
+// Loads arbitrary bytes as a cache and reads everything it holds through every reader. The
+// first input byte picks keepOpen (bit 2) and the bound on samples held in memory (bits 0-1).
 #include "FuzzInput.h"
-#include "KynHelper.h"
-#include "KynHierarchy.h"
-#include "KynRoMemCache.h"
-#include "kynUtils.h"
-
-using namespace Kyn;
-
-namespace {
-
-// Caps keep one input well under a second however many objects and samples it claims.
-constexpr int kMaxObjects = 16;
-constexpr int kMaxSamples = 8;
-
-template <class T>
-void readGeometry(GeometryKynObj& view, int sample, float time, KynInterpolationHints& hints) {
-    KynHelperObj::AnimationState state;
-    int dimension = 0;
-    const std::vector<T>* data = nullptr;
-    std::vector<T> out;
-    view.getPositionData(sample, data, state, dimension);
-    view.getPosition(sample, out, state, dimension);
-    view.getPositionAtTime(time, hints, out, state, dimension);
-    view.getPrefData(data, dimension);
-}
-
-template <class T>
-void readKind(KynHelperObj* view, int sample, float time, KynInterpolationHints& hints) {
-    KynHelperObj::AnimationState state;
-    std::vector<T> a, b;
-    if (auto* mesh = dynamic_cast<MeshKynObj*>(view)) {
-        const std::vector<T>* data = nullptr;
-        std::vector<int> ints;
-        mesh->getNormalData(sample, data, state);
-        mesh->getFaceNormalData(sample, data, state);
-        mesh->getVelocityData(sample, data, state);
-        mesh->getNormals(sample, a, state);
-        mesh->getFaceVertexIds(sample, ints, state);
-        mesh->getPref(a);
-        mesh->isSubd();
-    }
-    if (auto* surface = dynamic_cast<NurbsSurfaceKynObj*>(view)) {
-        int dimension = 0;
-        surface->getKnots(sample, a, b, state, true);
-        surface->getControlPoints(sample, a, state, true);
-        surface->getControlPointsAtTime(time, hints, a, state, false);
-        surface->getPrefControlPoints(a, true);
-        surface->getAttr(sample, 0, a, dimension, true);
-    }
-    if (auto* curve = dynamic_cast<NurbsCurveKynObj*>(view)) {
-        curve->getKnots(sample, a, state, true);
-        curve->getControlPoints(sample, a, state);
-        curve->getControlPointsAtTime(time, hints, a, state);
-    }
-    if (auto* transform = dynamic_cast<TransformKynObj*>(view)) {
-        transform->getTransformData(sample, a, state);
-        transform->getTransformAtTime(time, hints, a, state);
-        transform->inheritsTransform();
-    }
-    if (auto* geometry = dynamic_cast<GeometryKynObj*>(view))
-        readGeometry<T>(*geometry, sample, time, hints);
-}
-
-void readView(KynHelperObj* view, int sample, float time, int attrs) {
-    KynInterpolationHints hints;
-    std::vector<double> values;
-    std::vector<float> bounds;
-    KynHelperObj::AnimationState state;
-    int dimension = 0;
-    view->getBounds(sample, bounds, state, sample % 2 == 0);
-    for (int order = 0; order <= 3; ++order) {
-        hints.order = order;
-        readKind<float>(view, sample, time, hints);
-        readKind<double>(view, sample, time, hints);
-        for (int a = 0; a < attrs && a < 4; ++a)
-            view->getAttrAtTime(time, a, hints, values, dimension);
-    }
-    if (auto* system = dynamic_cast<LxCoordSystemKynObj*>(view)) {
-        system->scoped();
-        system->displayShape();
-        system->parentRig();
-    }
-}
-
-}  // namespace
+#include "ReadEverything.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     if (size < 1) return 0;
@@ -95,24 +9,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     if (!input.ok()) return 0;
     Silence out(std::cout);
     Silence err(std::cerr);
-    KynRoMemCache cache;
-    if (!cache.load(input.c_str(), data[0] & 4, data[0] & 3)) return 0;
-    kyninfo(input.c_str());
-    const int objects = std::min<int>(int(cache.meta.objects.size()), kMaxObjects);
-    const int samples = std::min<int>(int(cache.meta.numSamples), kMaxSamples);
-    KynHelperObjFactory factory(&cache);
-    for (int o = 0; o < objects; ++o) {
-        std::unique_ptr<KynHelperObj> view(factory.kynObjBuilder(o));
-        const KynDATRChunk* table = cache.meta.objects[o]->datr;
-        const int attrs = table != nullptr ? table->getNumAttrs() : 0;
-        for (int s = -1; s < std::max(samples, 1); ++s) {
-            cache.getSample(s, o);
-            for (int a = 0; a < attrs && a < 4; ++a) cache.getAttrData(s, o, a);
-            float time = cache.getSampleTime(s < 0 ? 0 : s);
-            readView(view.get(), s, time, attrs);
-            readView(view.get(), s, time + 0.5f, attrs);
-        }
-    }
-    if (objects == int(cache.meta.objects.size())) KynHierarchy hierarchy(cache);
+    readall::readEverything(input.c_str(), data[0] & 4, data[0] & 3);
     return 0;
 }

@@ -1,9 +1,8 @@
 // Robustness on damaged files: real cache files cut at every byte, with every length field set to
 // extreme values, and with every byte overwritten, each dumped with kyn2txt and read as a whole
 // chunk tree; and a file nested far deeper than any reader accepts. Every answer must be a plain
-// success or failure, and no allocation may be sized by a length the file cannot hold: the operator
-// new below stops the run at any single request over 64 MiB. It aborts rather than throws, because
-// a stream swallows the exception of its buffer and a runaway dump would then go on forever.
+// success or failure, and no allocation may be sized by a length the file cannot hold: the
+// allocation guard stops the run at any single request over 64 MiB.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,65 +16,13 @@
 #include <utility>
 #include <vector>
 
+#include "AllocationGuard.h"
 #include "KynChunks.h"
 #include "TestFiles.h"
 #include "kynUtils.h"
 
 using namespace Kyn;
 using namespace kyntest_support;
-
-namespace {
-
-constexpr std::size_t kAllocationLimit = std::size_t(64) << 20;
-// The damage under examination, named in the message of a refused allocation.
-const char* currentDamage = "no damaged file";
-
-void* allocateOrNull(std::size_t size) noexcept {
-    if (size > kAllocationLimit) {
-        std::fprintf(stderr, "refused an allocation of %zu bytes while examining %s\n", size,
-                     currentDamage);
-        std::abort();
-    }
-    return std::malloc(size != 0 ? size : 1);
-}
-
-void* allocate(std::size_t size) {
-    if (void* block = allocateOrNull(size)) return block;
-    throw std::bad_alloc();
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return allocate(size);
-}
-void* operator new[](std::size_t size) {
-    return allocate(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return allocateOrNull(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return allocateOrNull(size);
-}
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-void operator delete[](void* block) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
-}
-void operator delete[](void* block, std::size_t) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, const std::nothrow_t&) noexcept {
-    std::free(block);
-}
-void operator delete[](void* block, const std::nothrow_t&) noexcept {
-    std::free(block);
-}
 
 namespace {
 
@@ -186,7 +133,7 @@ class DamagedFilesTest : public ::testing::Test {
         // A fresh file each time: rewriting one in place makes the file system flush it on close.
         std::remove(path.c_str());
         writeBytes(path, bytes);
-        currentDamage = what.c_str();
+        setAllocationContext(what.c_str());
         Outcome outcome;
         try {
             Capture out(std::cout);
@@ -198,7 +145,7 @@ class DamagedFilesTest : public ::testing::Test {
         } catch (...) {
             ADD_FAILURE() << what << ": an exception escaped";
         }
-        currentDamage = "no damaged file";
+        setAllocationContext(nullptr);
         EXPECT_TRUE(outcome.dump == 0 || outcome.dump == -1) << what << ": " << outcome.dump;
         return outcome;
     }

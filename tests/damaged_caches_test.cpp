@@ -1,0 +1,159 @@
+// Damaged caches read through every reader a host has: a file of every object kind, uniform and
+// non-uniform, with its samples in two "SAMS" groups, cut at every byte and with the eight bytes
+// at every offset replaced by extreme values. Each damaged file either fails to load or reads
+// whole; nothing crashes, and no single allocation grows past the allocation guard's limit.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "AllocationGuard.h"
+#include "KynChunks.h"
+#include "ReadEverything.h"
+#include "TestFiles.h"
+
+using namespace Kyn;
+using namespace kyntest_support;
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+template <class T>
+KynLeafChunk<T>* leaf(unsigned tag, const std::vector<T>& data, unsigned char dimension = 0) {
+    return new KynLeafChunk<T>(tag, 0, dimension, data);
+}
+
+void describeObjects(KynMETAChunk& meta) {
+    KynDOBJChunk* transform = meta.addDOBJ("|xf");
+    transform->children.push_back(leaf<int>(kTagXFRM, {}));
+    KynDOBJChunk* mesh = meta.addDOBJ("|xf|mesh");
+    mesh->children.push_back(leaf<int>(kTagMESH, {}));
+    mesh->children.push_back(leaf<int>(kTagPCNT, {4}));
+    mesh->children.push_back(leaf<int>(kTagPIDS, {0, 1, 2, 3}));
+    mesh->datr = new KynDATRChunk();
+    mesh->datr->addAttr(true, "mdShapeType", "int", kTypeInt32, 0, 1);
+    mesh->datr->addAttr(false, "rmanP__Pref", "point[]", kTypeFloat, 1, 3);
+    static_cast<KynLeafChunk<float>*>(mesh->datr->getStaticData(1))->data.assign(12, 0.5f);
+    KynDOBJChunk* curve = meta.addDOBJ("|curve");
+    curve->children.push_back(leaf<int>(kTagNRBC, {}));
+    curve->children.push_back(leaf<int>(kTagDEGR, {1}));
+    curve->children.push_back(new KynLeafChunk<std::string>(kTagFORM, {"kOpen"}));
+    curve->children.push_back(leaf<float>(kTagKNTU, {0, 1, 2}));
+    KynDOBJChunk* system = meta.addDOBJ("|system");
+    system->children.push_back(leaf<int>(kTagLXCS, {}));
+    system->datr = new KynDATRChunk();
+    system->datr->addAttr(false, "displayShape", "int", kTypeInt32, 0, 1);
+    static_cast<KynLeafChunk<int>*>(system->datr->getStaticData(0))->data = {3};
+}
+
+// The animated chunks of every object at sample `s`.
+void writeSample(KynFile& file, KynSAMSChunk& sams, int s, const float* time) {
+    ASSERT_TRUE(sams.writeStartSAMPChunk(file, 4, time));
+    KynGroupChunk transform(kTagSOBJ);
+    std::vector<float> matrix = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, float(s), 0, 0, 1};
+    transform.children.push_back(leaf<float>(kTagMTRX, matrix, 16));
+    ASSERT_TRUE(sams.writeSOBJChunk(file, &transform));
+    KynGroupChunk mesh(kTagSOBJ);
+    mesh.children.push_back(leaf<float>(kTagPOSI, std::vector<float>(12, float(s)), 3));
+    auto* values = new KynGroupChunk(kTagATRS);
+    values->children.push_back(leaf<int>(kTagATTR, {s % 2}));
+    mesh.children.push_back(values);
+    ASSERT_TRUE(sams.writeSOBJChunk(file, &mesh));
+    KynGroupChunk curve(kTagSOBJ);
+    curve.children.push_back(leaf<float>(kTagPOSI, std::vector<float>(9, float(s)), 3));
+    ASSERT_TRUE(sams.writeSOBJChunk(file, &curve));
+    ASSERT_TRUE(sams.writeStartSOBJChunk(file));
+    ASSERT_TRUE(sams.writeEndSOBJChunk(file));
+    ASSERT_TRUE(sams.writeEndSAMPChunk(file));
+}
+
+// Three samples at 1, 2, 3 (uniform) or 1, 2, 4 (non-uniform), two in the first "SAMS" group
+// and one in a second, as a file that outgrew its reserve holds them.
+Bytes writeFile(bool nonUniform) {
+    const std::string path = scratchPath("every_kind.kyn");
+    KynFile file;
+    EXPECT_TRUE(file.open(path.c_str(), "w"));
+    KynDKYNChunk().write(file);
+    KynMETAChunk meta;
+    meta.application = "test";
+    meta.numSamples = 3;
+    meta.firstTime = 1.0f;
+    meta.lastTime = nonUniform ? 4.0f : 3.0f;
+    meta.rate = nonUniform ? 0.0f : 1.0f;
+    describeObjects(meta);
+    EXPECT_TRUE(meta.write(file));
+    const float times[3] = {1.0f, 2.0f, 4.0f};
+    KynSAMSChunk first;
+    EXPECT_TRUE(first.writeStart(file, 2, 0, nonUniform));
+    for (int s = 0; s < 2; ++s) writeSample(file, first, s, &times[s]);
+    EXPECT_TRUE(first.writeEnd(file));
+    KynSAMSChunk second;
+    EXPECT_TRUE(second.writeStart(file, 1, 1, nonUniform));
+    writeSample(file, second, 2, &times[2]);
+    EXPECT_TRUE(second.writeEnd(file));
+    EXPECT_TRUE(file.close());
+    return readBytes(path);
+}
+
+class DamagedCachesTest : public ::testing::TestWithParam<bool> {
+  protected:
+    // Loads and reads `bytes` whole; the answer is whether the load worked.
+    bool examine(const Bytes& bytes, const std::string& what) {
+        writeBytes(path, bytes);
+        setAllocationContext(what.c_str());
+        Capture out(std::cout);
+        Capture err(std::cerr);
+        bool loaded = readall::readEverything(path.c_str(), true, 2);
+        setAllocationContext(nullptr);
+        return loaded;
+    }
+
+    // Thousands of rewrites: in memory where the machine offers it.
+    std::string path = access("/dev/shm", W_OK) == 0
+                           ? "/dev/shm/kyn_damaged_" + std::to_string(getpid()) + ".kyn"
+                           : scratchPath("damaged_cache.kyn");
+    ~DamagedCachesTest() override { std::remove(path.c_str()); }
+};
+
+}  // namespace
+
+TEST_P(DamagedCachesTest, TheIntactFileLoadsAndEveryViewReadsIt) {
+    Bytes bytes = writeFile(GetParam());
+    ASSERT_TRUE(examine(bytes, "the intact file"));
+    KynRoMemCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    EXPECT_EQ(cache.sampleJumps.size(), 3u);
+    EXPECT_EQ(cache.getSampleTime(2), GetParam() ? 4.0f : 3.0f);
+    const std::vector<float>* positions =
+        cache.getSampleDataAtTime<float>(cache.getSampleTime(2), 1, kTagPOSI, nullptr);
+    ASSERT_NE(positions, nullptr);
+    EXPECT_EQ(*positions, std::vector<float>(12, 2.0f));
+}
+
+TEST_P(DamagedCachesTest, CutAtEveryByte) {
+    const Bytes bytes = writeFile(GetParam());
+    for (std::size_t size = 0; size < bytes.size(); ++size) {
+        // The samples lie behind the tables: a file cut among them still loads.
+        examine(Bytes(bytes.begin(), bytes.begin() + size), "cut at " + std::to_string(size));
+    }
+}
+
+TEST_P(DamagedCachesTest, EightBytesAtEveryOffsetSetToExtremes) {
+    const Bytes bytes = writeFile(GetParam());
+    const int64_t extremes[] = {0, -1, int64_t(1) << 31, int64_t(1) << 62};
+    for (std::size_t at = 0; at + 8 <= bytes.size(); ++at) {
+        for (int64_t value : extremes) {
+            Bytes damaged = bytes;
+            std::memcpy(&damaged[at], &value, 8);
+            examine(damaged, std::to_string(value) + " at " + std::to_string(at));
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Sampling, DamagedCachesTest, ::testing::Values(false, true),
+                         [](const ::testing::TestParamInfo<bool>& info) {
+                             return info.param ? "NonUniform" : "Uniform";
+                         });
