@@ -47,11 +47,21 @@ void describeObjects(KynMETAChunk& meta) {
     system->datr = new KynDATRChunk();
     system->datr->addAttr(false, "displayShape", "int", kTypeInt32, 0, 1);
     static_cast<KynLeafChunk<int>*>(system->datr->getStaticData(0))->data = {3};
+    KynDOBJChunk* surface = meta.addDOBJ("|surface");
+    surface->children.push_back(leaf<int>(kTagNRBS, {}));
+    surface->children.push_back(leaf<int>(kTagDEGR, {1, 1}));
+    surface->children.push_back(new KynLeafChunk<std::string>(kTagFORM, {"kOpen", "kPeriodic"}));
+    surface->children.push_back(leaf<float>(kTagKNTU, {0, 1}));
+    surface->children.push_back(leaf<double>(kTagKNTV, {0, 1, 2}));
+    surface->children.push_back(leaf<float>(kTagPOSI, std::vector<float>(12, 1.0f), 3));
+    KynDOBJChunk* locator = meta.addDOBJ("|locator");
+    locator->children.push_back(leaf<int>(kTagELOC, {}));
+    locator->children.push_back(leaf<double>(kTagBBOX, {0, 0, 0, 1, 1, 1}));
 }
 
 // The animated chunks of every object at sample `s`.
 void writeSample(KynFile& file, KynSAMSChunk& sams, int s, const float* time) {
-    ASSERT_TRUE(sams.writeStartSAMPChunk(file, 4, time));
+    ASSERT_TRUE(sams.writeStartSAMPChunk(file, 6, time));
     KynGroupChunk transform(kTagSOBJ);
     std::vector<float> matrix = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, float(s), 0, 0, 1};
     transform.children.push_back(leaf<float>(kTagMTRX, matrix, 16));
@@ -65,8 +75,10 @@ void writeSample(KynFile& file, KynSAMSChunk& sams, int s, const float* time) {
     KynGroupChunk curve(kTagSOBJ);
     curve.children.push_back(leaf<float>(kTagPOSI, std::vector<float>(9, float(s)), 3));
     ASSERT_TRUE(sams.writeSOBJChunk(file, &curve));
-    ASSERT_TRUE(sams.writeStartSOBJChunk(file));
-    ASSERT_TRUE(sams.writeEndSOBJChunk(file));
+    for (int empty = 0; empty < 3; ++empty) {  // the coordinate system, surface and locator
+        ASSERT_TRUE(sams.writeStartSOBJChunk(file));
+        ASSERT_TRUE(sams.writeEndSOBJChunk(file));
+    }
     ASSERT_TRUE(sams.writeEndSAMPChunk(file));
 }
 
