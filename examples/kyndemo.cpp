@@ -39,14 +39,15 @@ void describeMesh(KynDOBJChunk* mesh) {
 // One frame: the transform moves along x, the grid ripples in z.
 void addFrame(KynRwMemCache& cache, int frame) {
     std::vector<float> matrix = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, float(frame), 0, 0, 1};
-    cache.allocSample(float(frame), 0)->children.push_back(
-        new KynLeafChunk<float>(kTagMTRX, 4 /* transform */, 16 /* 4x4 */, matrix));
+    cache.allocSample(float(frame), 0)
+        ->children.push_back(
+            new KynLeafChunk<float>(kTagMTRX, 4 /* transform */, 16 /* 4x4 */, matrix));
     std::vector<float> points;
     for (int j = 0; j < kGrid; ++j)
         for (int i = 0; i < kGrid; ++i)
             points.insert(points.end(), {float(i), float(j), std::sin(0.25f * frame + i)});
-    cache.allocSample(float(frame), 1)->children.push_back(
-        new KynLeafChunk<float>(kTagPOSI, 1 /* point */, 3 /* 3d */, points));
+    cache.allocSample(float(frame), 1)
+        ->children.push_back(new KynLeafChunk<float>(kTagPOSI, 1 /* point */, 3 /* 3d */, points));
 }
 
 bool produce(const char* path) {
