@@ -9,6 +9,7 @@
 #include <functional>
 
 #include "KynCache.h"
+#include "KynRwMemCache.h"
 #include "TestFiles.h"
 
 using namespace Kyn;
@@ -151,6 +152,35 @@ void expectLoadFailure(const Bytes& bytes, const std::string& message) {
 
 Bytes prefix(const Bytes& bytes, std::size_t size) {
     return Bytes(bytes.begin(), bytes.begin() + long(size));
+}
+
+// The "JOBJ" table of the "SAMP" at `offset`, taken from the bytes of the file.
+std::vector<int64_t> tableInFile(const Bytes& bytes, int64_t offset) {
+    const std::size_t jobj = std::size_t(offset) + 16;
+    const int64_t entries = readLE(bytes, jobj + 8, 8) / 8;
+    std::vector<int64_t> table;
+    for (int64_t i = 0; i < entries; ++i) table.push_back(readLE(bytes, jobj + 16 + 8 * i, 8));
+    return table;
+}
+
+// The first value of the first child of a "SOBJ", which must be a float leaf; -99 for none.
+float firstValue(const KynGroupChunk* sobj) {
+    if (sobj == nullptr || sobj->children.empty()) return -99;
+    auto* leaf = dynamic_cast<const KynLeafChunk<float>*>(sobj->children[0]);
+    return leaf && !leaf->data.empty() ? leaf->data[0] : -99;
+}
+
+// A sample stream of `count` samples at frames 1, 2, ... of three objects; object o of sample
+// s holds a "POSI" of 1 + (s + o) % 5 values, all 10 s + o.
+std::string writeGrid(const std::string& name, int count) {
+    const std::string path = scratchPath(name);
+    std::vector<float> times;
+    for (int s = 0; s < count; ++s) times.push_back(float(s + 1));
+    writeScene(path, {"|a", "|b", "|c"}, times, 1.0f, [](int s, int o, KynGroupChunk& sobj) {
+        sobj.children = {
+            floats(kTagPOSI, std::vector<float>(std::size_t(1 + (s + o) % 5), float(10 * s + o)))};
+    });
+    return path;
 }
 
 }  // namespace
@@ -305,6 +335,69 @@ TEST(KynCacheRead, ClosedStreamIsReopenedForEachReadAndClosedAgain) {
                   (std::vector<float>{0, 0, 0}));
         delete sample;
         EXPECT_FALSE(cache.file.hasStream());
+    }
+}
+
+TEST(KynCacheRead, EverySampleReadHoldsTheTableThatItsFileHolds) {
+    // More samples than the cache keeps tables of, visited in an order that comes back to some
+    // of them while their tables are still kept and to others after they were dropped.
+    const int count = 100;
+    const std::string path = writeGrid("grid.kyn", count);
+    const Bytes bytes = readBytes(path);
+    KynCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    for (int round = 0; round < 3; ++round) {
+        for (int k = 0; k < count; ++k) {
+            const int s = (k * 37 + round * 11) % count;
+            const int o = (k + round) % 3;
+            SCOPED_TRACE("sample " + std::to_string(s) + " object " + std::to_string(o));
+            KynGroupChunk* sobj = cache.loadObjectSample(s, o);
+            EXPECT_EQ(firstValue(sobj), float(10 * s + o));
+            delete sobj;
+            EXPECT_EQ(cache.jumpSample, s);
+            EXPECT_EQ(cache.objectJumps, tableInFile(bytes, cache.sampleJumps[std::size_t(s)]));
+        }
+    }
+}
+
+TEST(KynCacheRead, AFailedTableReadLeavesTheHeldTableAndForgetsItsSample) {
+    Bytes bytes = workedBytes();
+    patch(bytes, 292, 0);  // the second "JSAM" entry now leads to the "DKYN" header
+    const std::string path = scratchPath("second.kyn");
+    writeBytes(path, bytes);
+    KynCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    delete cache.loadObjectSample(0, 0);
+    EXPECT_EQ(cache.objectJumps, (std::vector<int64_t>{372}));
+    EXPECT_EQ(cache.loadObjectSample(1, 0), nullptr);
+    EXPECT_EQ(cache.jumpSample, -1);
+    EXPECT_EQ(cache.objectJumps, (std::vector<int64_t>{372}));
+    KynGroupChunk* sobj = cache.loadObjectSample(0, 0);
+    EXPECT_EQ(firstValue(sobj), 0);
+    delete sobj;
+    EXPECT_EQ(cache.jumpSample, 0);
+}
+
+TEST(KynCacheRead, AfterASaveReadsFollowTheTablesOfTheNewFile) {
+    const std::string path = writeGrid("saved.kyn", 3);
+    KynRwMemCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    // A first save gives the file the layout of this cache's own writes; reads then go through
+    // the table of every sample.
+    ASSERT_TRUE(cache.saveAs(path.c_str(), nullptr, nullptr));
+    for (int s : {2, 1, 0}) delete cache.loadObjectSample(s, 2);
+    const std::vector<int64_t> before = cache.sampleJumps;
+    // Object 0 grows in the last sample only: every sample stays where it was, but the objects
+    // behind it in the last sample move, and so does that sample's table.
+    cache.getSample(2, 0)->children.push_back(floats(kTagVELO, std::vector<float>(500, 1)));
+    ASSERT_TRUE(cache.saveAs(path.c_str(), nullptr, nullptr));
+    ASSERT_EQ(cache.sampleJumps, before);
+    const Bytes bytes = readBytes(path);
+    for (int s : {2, 0, 1}) {
+        KynGroupChunk* sobj = cache.loadObjectSample(s, 2);
+        EXPECT_EQ(firstValue(sobj), float(10 * s + 2));
+        delete sobj;
+        EXPECT_EQ(cache.objectJumps, tableInFile(bytes, cache.sampleJumps[std::size_t(s)]));
     }
 }
 

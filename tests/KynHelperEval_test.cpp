@@ -99,6 +99,28 @@ TEST_F(EvalUniformTen, HoldAndHighOrdersUseTheFirstEntryWhichTheEndShiftStillMov
     EXPECT_EQ(positionsAt(view, 4.5f, -1), (Floats{4, 16, 96}));
 }
 
+TEST_F(EvalUniformTen, WhatTheOutputHeldBeforeHasNoPartInTheResult) {
+    for (int order : {0, 1, 2, 3}) {
+        KynInterpolationHints hints{order};
+        Floats fresh;
+        Floats reused(50, 42.0f);
+        State freshState, reusedState;
+        int freshDimension = 0, reusedDimension = 0;
+        ASSERT_TRUE(view.getPositionAtTime(4.5f, hints, fresh, freshState, freshDimension));
+        ASSERT_TRUE(view.getPositionAtTime(4.5f, hints, reused, reusedState, reusedDimension));
+        EXPECT_EQ(reused, fresh) << "order " << order;
+        EXPECT_EQ(reusedState, freshState);
+        EXPECT_EQ(reusedDimension, freshDimension);
+    }
+    // A failed read empties a vector that held more than any result would.
+    KynInterpolationHints hints{1};
+    Floats out(50, 42.0f);
+    State state;
+    int dimension = 0;
+    EXPECT_FALSE(view.getPositionAtTime(0.5f, hints, out, state, dimension));
+    EXPECT_TRUE(out.empty());
+}
+
 TEST_F(EvalUniformTen, TheToleranceLooksForwardFromTheSampleOnly) {
     Pick on = pick(view, 3.0005f, 3);
     EXPECT_FALSE(on.blend);

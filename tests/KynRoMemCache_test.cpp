@@ -4,9 +4,11 @@
 
 #include <cstdio>
 #include <functional>
+#include <sstream>
 
 #include "KynRoMemCache.h"
 #include "TestFiles.h"
+#include "ViewFiles.h"
 
 using namespace Kyn;
 using namespace kyntest_support;
@@ -259,4 +261,39 @@ TEST_F(KynRoMemCacheTest, TypedDataAtAnExactSampleTime) {
     data = cache.getSampleDataAtTime<float>(1, 0, kTagPOSI, &index);
     ASSERT_NE(data, nullptr);
     EXPECT_EQ(*data, (std::vector<float>{2}));
+}
+
+// A bounded cache reads each new sample into the storage of the sample it evicts when the
+// shapes agree; whatever the shapes, what it holds must be what an unbounded cache reads.
+TEST(KynRoMemCacheReuse, SamplesReadAfterAnEvictionAreThoseOfTheFile) {
+    using Floats = std::vector<float>;
+    ViewFile file(7);
+    const int o = file.addObject("|shapes");
+    file.addAt(0, o, kTagPOSI, Floats{1, 2, 3});
+    file.addAt(1, o, kTagPOSI, Floats{4, 5, 6});
+    file.addAt(2, o, kTagPOSI, Floats{7, 8, 9, 10, 11, 12});
+    file.addAt(3, o, kTagPOSI, std::vector<double>{1.5, 2.5, 3.5});
+    file.addAt(4, o, kTagVELO, Floats{9, 9, 9});
+    file.addAt(4, o, kTagPOSI, Floats{0, 0, 0});
+    file.addAt(5, o, kTagPOSI, Floats{-1, -2, -3});
+    file.addAt(5, o, kTagPOSI, Floats{-4, -5, -6});
+    file.addAt(5, o, kTagPCNT, std::vector<int>{3});
+    file.addAt(6, o, kTagPOSI, Floats{});
+    const std::string path = file.write("shapes.kyn");
+    KynRoMemCache unbounded;
+    ASSERT_TRUE(unbounded.load(path.c_str(), true));
+    auto text = [o](KynRoMemCache& cache, int sample) {
+        std::ostringstream os;
+        KynGroupChunk* group = cache.getSample(sample, o);
+        if (group != nullptr) group->print(os, 0);
+        return os.str();
+    };
+    for (int bound : {1, 2}) {
+        KynRoMemCache bounded;
+        ASSERT_TRUE(bounded.load(path.c_str(), true, bound));
+        for (int sample : {0, 1, 2, 3, 4, 5, 6, 5, 4, 3, 2, 1, 0, 1, 0, 6, 0}) {
+            SCOPED_TRACE("bound " + std::to_string(bound) + " sample " + std::to_string(sample));
+            EXPECT_EQ(text(bounded, sample), text(unbounded, sample));
+        }
+    }
 }

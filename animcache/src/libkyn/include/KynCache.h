@@ -9,10 +9,16 @@
 // next `load`. A chunk that `loadObjectSample` returns belongs to the caller.
 // Threads: one cache, with its KynFile, is used by one thread at a time; every read moves the
 // stream and may replace `objectJumps`.
+// Cost: a read in a sample other than `jumpSample` brings that sample's "JOBJ" table into
+// `objectJumps`. The tables of samples left behind are kept aside by the file offset of their
+// "SAMP" (a bounded number, least recently used dropped first) and come back without a read of
+// the file. They are forgotten whenever `jumpSample` is -1, as load, reset and every save leave
+// it: code that changes the file under a loaded cache sets `jumpSample` to -1.
 #ifndef KYN_CACHE_H
 #define KYN_CACHE_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,6 +26,8 @@
 #include "KynFile.h"
 
 namespace Kyn {
+
+class KynJumpTables;
 
 // Stream open modes by `KynCache::rwMode`: 0 "r", 1 "r+".
 extern const char* mode[2];
@@ -84,14 +92,21 @@ class KynCache {
   protected:
     // The low 32 bits of meta.numSamples, as every test of the sample count reads them.
     int sampleCount() const { return static_cast<int>(meta.numSamples); }
+    // loadObjectSample, where a leaf child of `donor` (a group the caller is about to delete)
+    // whose tag, class and element count match a leaf being read lends it its storage: the
+    // result is the same, but the storage is in place already. Leaves lent leave `donor`.
+    KynGroupChunk* loadObjectSampleReusing(int sampleIndex, int objectIndex, KynGroupChunk* donor);
 
   private:
     void loadSampleStreams();
     void readSamsPrologue();
     void checkSampleCount();
     bool readObjectJumps(int sampleIndex);
+    bool readJumpTable(int64_t sampleOffset, std::vector<int64_t>& table);
     int lowerBoundTime(float time) const;
     bool firstSampleHas(int objectIndex, unsigned tag);
+
+    std::unique_ptr<KynJumpTables> keptJumps;  // tables of samples other than jumpSample
 };
 
 }  // namespace Kyn

@@ -76,7 +76,8 @@ class KynRoMemCache : public KynCache {
     std::list<int> recentSamples;  // tracked samples, most recently used first
 
   private:
-    void touchRecent(int sampleIndex);
+    void touchRecent(int sampleIndex, int objectIndex, KynGroupChunk*& donor);
+    KynGroupChunk* takeSlot(int sampleIndex, int objectIndex);
     bool loadSampleObjects(int sampleIndex, bool stopOnFailure);
 };
 

@@ -13,7 +13,10 @@
 #include <climits>
 #include <cmath>
 #include <cstdio>
+#include <memory>
+#include <typeinfo>
 
+#include "KynJumpTables.h"
 #include "KynLog.h"
 
 // A failed step of load: the message, then the bool that load catches.
@@ -44,9 +47,75 @@ bool appendTable(KynFile& file, const KynHeader& h, std::vector<T>& table) {
     return file.readData(h, table.size() == old ? nullptr : static_cast<void*>(&table[old]));
 }
 
+// Whether `chunk` is a leaf of exactly class KynLeafChunk<T> holding as many bytes as `h` says.
+template <class T>
+bool isLeafOfLength(const KynChunk* chunk, const KynHeader& h) {
+    const KynChunk& object = *chunk;
+    if (typeid(object) != typeid(KynLeafChunk<T>)) return false;
+    const auto* leaf = static_cast<const KynLeafChunk<T>*>(chunk);
+    return int64_t(leaf->data.size() * sizeof(T)) == h.length;
+}
+
+bool canLend(const KynChunk* chunk, const KynHeader& h) {
+    if (chunk == nullptr || chunk->header.tag != h.tag || chunk->header.type != h.type)
+        return false;
+    switch (h.type) {
+        case kTypeInt32:
+            return isLeafOfLength<int>(chunk, h);
+        case kTypeFloat:
+            return isLeafOfLength<float>(chunk, h);
+        case kTypeInt64:
+            return isLeafOfLength<long>(chunk, h);
+        case kTypeDouble:
+            return isLeafOfLength<double>(chunk, h);
+        default:
+            return false;
+    }
+}
+
+// Reads a group as KynGroupChunk does, except that a child which a leaf of `donor` can hold is
+// read into that leaf, taken out of the donor. A leaf reads its payload into the vector it has,
+// so one that has the right length already needs neither an allocation nor clearing. The
+// result is the group that a plain read gives.
+class KynReusingGroup : public KynGroupChunk {
+  public:
+    KynReusingGroup(unsigned tag, KynGroupChunk& donor) : KynGroupChunk(tag), donor(donor) {}
+
+    bool readChild(const KynHeader& h, KynFile& file, bool& handled) override {
+        handled = false;
+        std::vector<KynChunk*>& spare = donor.children;
+        auto lender = spare.begin();
+        while (lender != spare.end() && !canLend(*lender, h)) ++lender;
+        if (lender == spare.end()) return false;
+        handled = true;
+        KynChunk* child = *lender;
+        spare.erase(lender);
+        if (!child->read(h, file)) {
+            delete child;
+            return false;
+        }
+        children.push_back(child);
+        return true;
+    }
+
+  private:
+    KynGroupChunk& donor;
+};
+
+// The "SOBJ" whose header was just read, as a plain group owned by the caller; null on failure.
+KynGroupChunk* readSampleGroup(const KynHeader& header, KynFile& file, KynGroupChunk* donor) {
+    std::unique_ptr<KynGroupChunk> group(new KynGroupChunk(kTagSOBJ));
+    if (donor == nullptr) return group->read(header, file) ? group.release() : nullptr;
+    KynReusingGroup reader(kTagSOBJ, *donor);
+    if (!reader.read(header, file)) return nullptr;
+    group->header = reader.header;
+    group->children.swap(reader.children);
+    return group.release();
+}
+
 }  // namespace
 
-KynCache::KynCache() {
+KynCache::KynCache() : keptJumps(new KynJumpTables()) {
     KynCache::reset();
 }
 
@@ -72,6 +141,7 @@ void KynCache::reset() {
     sampleTimes.clear();
     sampleJumps.clear();
     objectJumps.clear();
+    keptJumps->clear();
 }
 
 bool KynCache::load(const char* path, bool keepOpenArg) {
@@ -171,12 +241,28 @@ void KynCache::checkSampleCount() {
     }
 }
 
-// Brings in the "JOBJ" table of a sample. jumpSample stays -1 unless all of it was read.
+// Brings in the "JOBJ" table of a sample, from the kept tables or from the file, and keeps the
+// table it replaces. jumpSample stays -1 unless all of it was read; objectJumps changes only on
+// success.
 bool KynCache::readObjectJumps(int sampleIndex) {
+    const int held = jumpSample;
     jumpSample = -1;
     if (!file.hasStream()) return false;
-    if (!file.seek(sampleJumps[static_cast<std::size_t>(sampleIndex)], SEEK_SET, true))
-        return false;
+    // Without a table in hand the samples may have been rewritten or moved since any was kept.
+    const bool holding = held >= 0 && std::size_t(held) < sampleJumps.size();
+    if (!holding) keptJumps->clear();
+    const int64_t offset = sampleJumps[static_cast<std::size_t>(sampleIndex)];
+    std::vector<int64_t>& incoming = keptJumps->spare();
+    if (!keptJumps->take(offset, incoming) && !readJumpTable(offset, incoming)) return false;
+    objectJumps.swap(incoming);
+    if (holding) keptJumps->keep(sampleJumps[static_cast<std::size_t>(held)], incoming);
+    jumpSample = sampleIndex;
+    return true;
+}
+
+// Reads the "JOBJ" of the "SAMP" at `sampleOffset` into `table`.
+bool KynCache::readJumpTable(int64_t sampleOffset, std::vector<int64_t>& table) {
+    if (!file.seek(sampleOffset, SEEK_SET, true)) return false;
     KynHeader h;
     if (!file.readHeader(h) || h.tag != kTagSAMP || h.type != kTypeGroup || h.length == 0)
         return false;
@@ -186,11 +272,8 @@ bool KynCache::readObjectJumps(int sampleIndex) {
         if (!file.skipData(h)) return false;
     }
     if (h.length % 8 != 0 || !file.canRead(h.length)) return false;
-    objectJumps.resize(static_cast<std::size_t>(h.length / 8));
-    if (!file.readData(h, objectJumps.empty() ? nullptr : static_cast<void*>(objectJumps.data())))
-        return false;
-    jumpSample = sampleIndex;
-    return true;
+    table.resize(static_cast<std::size_t>(h.length / 8));
+    return file.readData(h, table.empty() ? nullptr : static_cast<void*>(table.data()));
 }
 
 bool KynCache::seekObjectSample(KynHeader& header, int sampleIndex, int objectIndex) {
@@ -224,14 +307,16 @@ bool KynCache::seekChannelSample(KynHeader& header, int sampleIndex, int objectI
 }
 
 KynGroupChunk* KynCache::loadObjectSample(int sampleIndex, int objectIndex) {
+    return loadObjectSampleReusing(sampleIndex, objectIndex, nullptr);
+}
+
+KynGroupChunk* KynCache::loadObjectSampleReusing(int sampleIndex, int objectIndex,
+                                                 KynGroupChunk* donor) {
     try {
         KynHeader header;
         if (!seekObjectSample(header, sampleIndex, objectIndex)) throw false;
-        auto* group = new KynGroupChunk(kTagSOBJ);
-        if (!group->read(header, file)) {
-            delete group;
-            throw false;
-        }
+        KynGroupChunk* group = readSampleGroup(header, file, donor);
+        if (group == nullptr) throw false;
         if (!keepOpen) file.close();
         return group;
     } catch (bool) {

@@ -251,6 +251,12 @@ template class KynLeafChunk<double>;
 
 // ---- KynGroupChunk
 
+namespace {
+
+constexpr std::size_t kFewChildren = 4;
+
+}  // namespace
+
 KynGroupChunk::KynGroupChunk(unsigned tag) : KynChunk(tag, kTypeGroup) {}
 
 KynGroupChunk::~KynGroupChunk() {
@@ -310,6 +316,8 @@ bool KynGroupChunk::read(const KynHeader& h, KynFile& file) {
                 delete child;
                 return false;
             }
+            // Groups mostly hold a few children: room for them at once skips the growth steps.
+            if (children.empty()) children.reserve(kFewChildren);
             children.push_back(child);
         }
     } while (file.groupStack.size() == depth);

@@ -15,8 +15,6 @@ namespace Kyn {
 
 namespace {
 
-constexpr std::size_t kBufferSize = 128 * 1024;
-
 int openFlags(const char* mode, bool& readable, bool& writable) {
     if (mode == nullptr) return -1;
     std::string m;
@@ -55,7 +53,7 @@ KynFileStream* KynFileStream::open(const char* path, const char* mode) {
 }
 
 KynFileStream::KynFileStream(int fd, bool readable, bool writable, int64_t diskSize)
-    : fd(fd), readable(readable), writable(writable), diskSize(diskSize), buffer(kBufferSize) {}
+    : fd(fd), readable(readable), writable(writable), diskSize(diskSize) {}
 
 KynFileStream::~KynFileStream() {
     close();
@@ -107,7 +105,7 @@ bool KynFileStream::writeAt(const char* data, std::size_t count, int64_t offset)
 
 bool KynFileStream::flush() {
     bool ok = true;
-    if (dirty && !writeAt(buffer.data(), windowLength, windowStart)) {
+    if (dirty && !writeAt(window.get(), windowLength, windowStart)) {
         failed = true;
         ok = false;
     }
@@ -116,59 +114,99 @@ bool KynFileStream::flush() {
     return ok;
 }
 
-std::size_t KynFileStream::read(void* data, std::size_t count) {
+KynFileStream::Block* KynFileStream::blockHolding(int64_t offset) {
+    for (Block& block : blocks) {
+        if (block.length != 0 && offset >= block.start &&
+            offset - block.start < static_cast<int64_t>(block.length))
+            return &block;
+    }
+    return nullptr;
+}
+
+KynFileStream::Block& KynFileStream::blockToFill(int64_t offset, std::size_t& fill) {
+    Block* oldest = &blocks[0];
+    for (Block& block : blocks) {
+        const int64_t end = block.start + static_cast<int64_t>(block.length);
+        if (block.fill != 0 && offset >= end && offset - end < static_cast<int64_t>(block.fill)) {
+            fill = std::min(2 * block.fill, kMaxFill);
+            return block;
+        }
+        if (block.lastUse < oldest->lastUse) oldest = &block;
+    }
+    fill = kMinFill;
+    return *oldest;
+}
+
+void KynFileStream::dropBlocks() {
+    for (Block& block : blocks) block.length = block.fill = 0;
+}
+
+std::size_t KynFileStream::readThrough(void* data, std::size_t count) {
     if (!readable || count == 0) return 0;
     if (dirty && !flush()) return 0;
     char* out = static_cast<char*>(data);
     std::size_t done = 0;
-    int64_t windowEnd = windowStart + static_cast<int64_t>(windowLength);
-    if (position >= windowStart && position < windowEnd) {
-        done = std::min(count, static_cast<std::size_t>(windowEnd - position));
-        std::memcpy(out, buffer.data() + (position - windowStart), done);
-        position += static_cast<int64_t>(done);
-    }
     while (done < count) {
-        std::size_t want = count - done;
-        bool direct = want >= buffer.size();
-        char* target = direct ? out + done : buffer.data();
-        std::size_t ask = direct ? want : buffer.size();
+        const std::size_t want = count - done;
+        if (Block* block = blockHolding(position)) {
+            const std::size_t at = static_cast<std::size_t>(position - block->start);
+            const std::size_t got = std::min(want, block->length - at);
+            std::memcpy(out + done, block->bytes.get() + at, got);
+            block->lastUse = ++uses;
+            recent = block;
+            done += got;
+            position += static_cast<int64_t>(got);
+            continue;
+        }
+        std::size_t fill = 0;
+        Block& block = blockToFill(position, fill);
+        block.lastUse = ++uses;
+        const bool direct = want >= fill;
+        if (!direct && !block.bytes) block.bytes.reset(new char[kMaxFill]);
+        char* target = direct ? out + done : block.bytes.get();
+        const std::size_t ask = direct ? want : fill;
         ssize_t n = ::pread(fd, target, ask, position);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) break;
         std::size_t got = static_cast<std::size_t>(n);
+        // A direct read holds nothing back, but its end is where the run goes on.
+        block.start = position + (direct ? n : 0);
+        block.length = direct ? 0 : got;
+        block.fill = fill;
         if (!direct) {
-            windowStart = position;
-            windowLength = got;
+            recent = &block;
             got = std::min(got, want);
-            std::memcpy(out + done, buffer.data(), got);
+            std::memcpy(out + done, block.bytes.get(), got);
         }
         done += got;
         position += static_cast<int64_t>(got);
-        if (!direct && got < want && windowLength < ask) break;  // end of file
+        if (!direct && got < want && block.length < ask) break;  // end of file
     }
     return done;
 }
 
 std::size_t KynFileStream::write(const void* data, std::size_t count) {
     if (!writable || count == 0) return 0;
+    dropBlocks();
     const char* in = static_cast<const char*>(data);
     int64_t windowEnd = windowStart + static_cast<int64_t>(windowLength);
-    int64_t capacityEnd = windowStart + static_cast<int64_t>(buffer.size());
+    int64_t capacityEnd = windowStart + static_cast<int64_t>(kWindowSize);
     if (dirty && position >= windowStart && position <= windowEnd &&
         count <= static_cast<std::size_t>(capacityEnd - position)) {
-        std::memcpy(buffer.data() + (position - windowStart), in, count);
+        std::memcpy(window.get() + (position - windowStart), in, count);
         windowLength =
             std::max(windowLength, static_cast<std::size_t>(position - windowStart) + count);
         position += static_cast<int64_t>(count);
         return count;
     }
     if (!flush()) return 0;
-    if (count >= buffer.size()) {
+    if (count >= kWindowSize) {
         if (!writeAt(in, count, position)) return 0;
         position += static_cast<int64_t>(count);
         return count;
     }
-    std::memcpy(buffer.data(), in, count);
+    if (!window) window.reset(new char[kWindowSize]);
+    std::memcpy(window.get(), in, count);
     windowStart = position;
     windowLength = count;
     dirty = true;

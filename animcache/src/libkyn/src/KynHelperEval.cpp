@@ -201,7 +201,8 @@ bool GeometryKynObj::getPOSIDataAtTime(float time, KynInterpolationHints& hints,
                                        std::vector<T>& out, AnimationState& state, int& dimension) {
     dimension = 0;
     state = kStatic;
-    out.clear();
+    // Every failure leaves `out` empty, and every success writes all of it: emptying it only on
+    // failure gives the same results without clearing a large vector that is written anyway.
     std::vector<int> indices;
     std::vector<float> times;
     const bool blend = getEvalTimeAndSampleIndices(time, hints, indices, times);
@@ -211,17 +212,21 @@ bool GeometryKynObj::getPOSIDataAtTime(float time, KynInterpolationHints& hints,
         PickedSamples<float> picked(*cache, order + 1);
         for (int k = 0; k <= order; ++k) {
             const std::vector<float>* data = nullptr;
-            if (!getPositionData(indices[static_cast<std::size_t>(k)], data, state, dimension))
+            if (!getPositionData(indices[static_cast<std::size_t>(k)], data, state, dimension)) {
+                out.clear();
                 return false;
+            }
             picked.keep(k, data);
         }
         if (blendSamples(order, blendFraction(time, order, times), picked.all(), out)) return true;
+        out.clear();
         state = kStatic;
         return false;
     }
     // The plain read converts from either storage.
     bool animated = false;
     const bool found = getFloatOrDoubleData(indices[0], kTagPOSI, out, animated, dimension);
+    if (!found) out.clear();
     state = stateOf(animated);
     return found;
 }

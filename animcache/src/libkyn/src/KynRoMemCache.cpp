@@ -44,31 +44,52 @@ KynGroupChunk*& KynRoMemCache::sampleSlot(int sampleIndex, int objectIndex) {
     if (sample >= samples.size()) samples.resize(sample + 1, nullptr);
     std::vector<KynGroupChunk*>*& objects = samples[sample];
     if (objects == nullptr) objects = new std::vector<KynGroupChunk*>();
-    if (object >= objects->size()) objects->resize(object + 1, nullptr);
+    if (object >= objects->size()) {
+        // Room for every object at once: a walk over the objects then never moves the table.
+        objects->reserve(std::max(object + 1, meta.objects.size()));
+        objects->resize(object + 1, nullptr);
+    }
     return (*objects)[object];
 }
 
 // Moves a sample to the front of the recency list, first evicting the least recently used
-// samples until there is room for it under the bound.
-void KynRoMemCache::touchRecent(int sampleIndex) {
+// samples until there is room for it under the bound. The first evicted group of `objectIndex`
+// goes to `donor` instead of being deleted.
+void KynRoMemCache::touchRecent(int sampleIndex, int objectIndex, KynGroupChunk*& donor) {
     if (!recentSamples.empty() && recentSamples.front() == sampleIndex) return;
     recentSamples.remove(sampleIndex);
     while (!recentSamples.empty() && int64_t(recentSamples.size()) >= maxSamples) {
-        deleteSample(recentSamples.back());
+        const int evicted = recentSamples.back();
+        if (donor == nullptr) donor = takeSlot(evicted, objectIndex);
+        deleteSample(evicted);
         recentSamples.pop_back();
     }
     recentSamples.push_front(sampleIndex);
+}
+
+// Takes the group out of a slot that exists, leaving it empty; null when there is none.
+KynGroupChunk* KynRoMemCache::takeSlot(int sampleIndex, int objectIndex) {
+    if (sampleIndex < 0 || std::size_t(sampleIndex) >= samples.size()) return nullptr;
+    std::vector<KynGroupChunk*>* objects = samples[static_cast<std::size_t>(sampleIndex)];
+    if (objects == nullptr || std::size_t(objectIndex) >= objects->size()) return nullptr;
+    KynGroupChunk* group = (*objects)[static_cast<std::size_t>(objectIndex)];
+    (*objects)[static_cast<std::size_t>(objectIndex)] = nullptr;
+    return group;
 }
 
 KynGroupChunk* KynRoMemCache::getSample(int sampleIndex, int objectIndex) {
     const int numObjects = static_cast<int>(meta.objects.size());
     if (numObjects == 0 || objectIndex >= numObjects || objectIndex < 0) return nullptr;
     if (sampleIndex < 0 || sampleIndex >= sampleCount()) return nullptr;
-    // An edited sample of a read-write cache exists nowhere else, so it is never evicted.
-    if (rwMode == 0 && maxSamples != 0) touchRecent(sampleIndex);
+    // An edited sample of a read-write cache exists nowhere else, so it is never evicted. The
+    // object's group in an evicted sample lends its leaves to the read that takes its place:
+    // a sample of the same shape then reads into storage that is already there.
+    KynGroupChunk* donor = nullptr;
+    if (rwMode == 0 && maxSamples != 0) touchRecent(sampleIndex, objectIndex, donor);
     KynGroupChunk*& slot = sampleSlot(sampleIndex, objectIndex);
     // A failed read leaves the slot empty, and the next request tries again.
-    if (slot == nullptr) slot = loadObjectSample(sampleIndex, objectIndex);
+    if (slot == nullptr) slot = loadObjectSampleReusing(sampleIndex, objectIndex, donor);
+    delete donor;
     return slot;
 }
 
