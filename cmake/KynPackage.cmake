@@ -12,5 +12,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KynConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/KynConfigVersion.cmake
     DESTINATION ${KYN_CMAKE_DIR})
 
+# kyn.pc finds its prefix from where it lies, so that an installation can be moved.
+file(RELATIVE_PATH KYN_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" KYN_PC_TO_PREFIX "${KYN_PC_TO_PREFIX}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/kyn.pc.in ${CMAKE_CURRENT_BINARY_DIR}/kyn.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kyn.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
