@@ -297,3 +297,30 @@ TEST(KynRoMemCacheReuse, SamplesReadAfterAnEvictionAreThoseOfTheFile) {
         }
     }
 }
+
+// Reads are lazy and by object: a damaged object of a sample stays unread, and unnoticed, until
+// it is asked for; load reads no sample at all.
+TEST(KynRoMemCacheLazy, AReadTouchesOnlyTheObjectAskedFor) {
+    const std::string path = scratchPath("lazy.kyn");
+    writeScene(path);
+    int64_t damagedObject = 0;
+    {
+        KynCache locate;
+        ASSERT_TRUE(locate.load(path.c_str(), true));
+        delete locate.loadObjectSample(3, 0);
+        damagedObject = locate.objectJumps.at(2);
+    }
+    std::vector<unsigned char> bytes = readBytes(path);
+    bytes.at(std::size_t(damagedObject) + 16 + 4) = kTypeDouble;  // a 4-byte double "POSI"
+    writeBytes(path, bytes);
+
+    KynRoMemCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    EXPECT_NE(cache.getSample(3, 0), nullptr);
+    EXPECT_NE(cache.getSample(3, 1), nullptr);
+    ASSERT_NE(cache.samples.at(3), nullptr);
+    const std::vector<KynGroupChunk*>& held = *cache.samples[3];
+    EXPECT_TRUE(held.size() < 3 || held[2] == nullptr);  // object 2 was never read
+    EXPECT_EQ(cache.getSample(3, 2), nullptr);
+    EXPECT_NE(cache.getSample(4, 2), nullptr);
+}
