@@ -236,7 +236,8 @@ class KynMETAChunk : public KynGroupChunk {
     bool writeChildren(KynFile& file) const override;
     std::ostream& printChildren(std::ostream& os, int depth) const override;
 
-    // A new nameless-attribute object appended to `objects`; the metadata owns it.
+    // A new object of that name, with no attributes and no static chunks, appended to `objects`;
+    // the metadata owns it. Duplicate names are not checked.
     KynDOBJChunk* addDOBJ(const char* name);
 
     int64_t numSamples = 0;

@@ -78,7 +78,7 @@ void KynMETAChunk::removeAllChildren() {
 
 KynDOBJChunk* KynMETAChunk::addDOBJ(const char* name) {
     auto* object = new KynDOBJChunk();
-    object->name = name;
+    object->name = name != nullptr ? name : "";  // a null name counts as empty
     objects.push_back(object);
     return object;
 }
