@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -11,14 +12,28 @@
 
 namespace kyntest_support {
 
-std::string scratchPath(const std::string& name) {
-    static const std::string dir = [] {
+namespace {
+
+// A directory of this test process's own, removed with everything in it when the process ends.
+struct ScratchDir {
+    ScratchDir() {
         char pattern[] = "/tmp/kyn_test_XXXXXX";
-        const char* made = mkdtemp(pattern);
-        return std::string(made != nullptr ? made : "/tmp");
-    }();
+        if (mkdtemp(pattern) != nullptr) path = pattern;
+    }
+    ~ScratchDir() {
+        std::error_code ignored;
+        if (!path.empty()) std::filesystem::remove_all(path, ignored);
+    }
+    std::string path;
+};
+
+}  // namespace
+
+std::string scratchPath(const std::string& name) {
+    static const ScratchDir dir;
     static int counter = 0;
-    std::string path = dir + "/" + std::to_string(counter++) + "_" + name;
+    const std::string& base = dir.path.empty() ? std::string("/tmp") : dir.path;
+    std::string path = base + "/" + std::to_string(counter++) + "_" + name;
     std::remove(path.c_str());
     return path;
 }
