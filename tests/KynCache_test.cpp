@@ -3,6 +3,7 @@
 // and the name and time lookups.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
@@ -170,13 +171,15 @@ float firstValue(const KynGroupChunk* sobj) {
     return leaf && !leaf->data.empty() ? leaf->data[0] : -99;
 }
 
-// A sample stream of `count` samples at frames 1, 2, ... of three objects; object o of sample
-// s holds a "POSI" of 1 + (s + o) % 5 values, all 10 s + o.
-std::string writeGrid(const std::string& name, int count) {
+// A sample stream of `count` samples at frames 1, 2, ... of `objects` objects; object o of
+// sample s holds a "POSI" of 1 + (s + o) % 5 values, all 10 s + o.
+std::string writeGrid(const std::string& name, int count, int objects = 3) {
     const std::string path = scratchPath(name);
     std::vector<float> times;
     for (int s = 0; s < count; ++s) times.push_back(float(s + 1));
-    writeScene(path, {"|a", "|b", "|c"}, times, 1.0f, [](int s, int o, KynGroupChunk& sobj) {
+    std::vector<std::string> names;
+    for (int o = 0; o < objects; ++o) names.push_back("|o" + std::to_string(o));
+    writeScene(path, names, times, 1.0f, [](int s, int o, KynGroupChunk& sobj) {
         sobj.children = {
             floats(kTagPOSI, std::vector<float>(std::size_t(1 + (s + o) % 5), float(10 * s + o)))};
     });
@@ -360,6 +363,46 @@ TEST(KynCacheRead, EverySampleReadHoldsTheTableThatItsFileHolds) {
     }
 }
 
+TEST(KynCacheRead, LazyJumpsReadSingleEntriesUntilTheyCostATable) {
+    // 5000 objects: a table of 40,000 bytes is worth one single entry per sample.
+    const std::string path = writeGrid("lazy.kyn", 6, 5000);
+    const Bytes bytes = readBytes(path);
+    KynCache cache;
+    cache.lazyObjectJumps = true;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    EXPECT_TRUE(cache.lazyObjectJumps);
+    // Reads, and the sample whose table is held after each; -1 when none is.
+    const std::vector<std::array<int, 3>> steps = {
+        {0, 2, -1},   {1, 1, -1}, {1, 0, 1},  // the second read in sample 1 takes its table
+        {1, 4999, 1}, {4, 1, 1},  {5, 0, 1},  // single entries again; the table of 1 stays
+        {5, 2, 5},    {1, 1, 1},              // 1 was kept aside and comes back without a read
+        {3, 5000, 1}, {3, 1, 3},              // an index past the entries fails and counts
+        {0, 4999, 0}};                        // not in a row: sample 0 had its single entry
+    for (const auto& step : steps) {
+        const int s = step[0], o = step[1];
+        SCOPED_TRACE("sample " + std::to_string(s) + " object " + std::to_string(o));
+        KynGroupChunk* sobj = cache.loadObjectSample(s, o);
+        if (o < 5000) {
+            EXPECT_EQ(firstValue(sobj), float(10 * s + o));
+        } else {
+            EXPECT_EQ(sobj, nullptr);
+        }
+        delete sobj;
+        EXPECT_EQ(cache.jumpSample, step[2]);
+        if (step[2] >= 0) {
+            const int64_t held = cache.sampleJumps[std::size_t(step[2])];
+            EXPECT_EQ(cache.objectJumps, tableInFile(bytes, held));
+        } else {
+            EXPECT_TRUE(cache.objectJumps.empty());
+        }
+    }
+    // A file of few objects reads whole tables all the same.
+    const std::string small = writeGrid("small.kyn", 2);
+    ASSERT_TRUE(cache.load(small.c_str(), true));
+    delete cache.loadObjectSample(1, 2);
+    EXPECT_EQ(cache.jumpSample, 1);
+}
+
 TEST(KynCacheRead, AFailedTableReadLeavesTheHeldTableAndForgetsItsSample) {
     Bytes bytes = workedBytes();
     patch(bytes, 292, 0);  // the second "JSAM" entry now leads to the "DKYN" header
@@ -488,6 +531,40 @@ TEST(KynCacheDamaged, ExtremeOffsetsAndTableLengthsReadAsNull) {
             EXPECT_NE(other, nullptr);  // the damage stays with its sample
             delete other;
             EXPECT_EQ(cache.loadObjectSample(0, 0), nullptr);
+        }
+    }
+}
+
+TEST(KynCacheDamaged, SingleEntryReadsStayInsideTheirSample) {
+    const std::string path = writeGrid("lazy_damaged.kyn", 2, 5000);
+    const Bytes intact = readBytes(path);
+    KynCache probe;
+    ASSERT_TRUE(probe.load(path.c_str(), true));
+    const std::size_t samp = std::size_t(probe.sampleJumps[0]), jobj = samp + 16;
+    const std::vector<int64_t> extremes = {
+        0, -1, 12, int64_t(1) << 31, int64_t(1) << 62, INT64_MAX, INT64_MIN, int64_t(samp)};
+    // The length of the first "SAMP", the tag and the length of its "JOBJ", and the entry of
+    // object 2 in it.
+    for (std::size_t at : {samp + 8, jobj, jobj + 8, jobj + 16 + 2 * 8}) {
+        for (int64_t value : extremes) {
+            SCOPED_TRACE(std::to_string(at) + " <- " + std::to_string(value));
+            Bytes bytes = intact;
+            patch(bytes, at, value);
+            writeBytes(path, bytes);
+            KynCache cache;
+            cache.lazyObjectJumps = true;
+            ASSERT_TRUE(cache.load(path.c_str(), true));
+            // Whatever the damage, a read gives the right object or nothing.
+            for (int object : {2, 4999, 5000}) {
+                KynGroupChunk* sobj = cache.loadObjectSample(0, object);
+                if (sobj != nullptr) {
+                    EXPECT_EQ(firstValue(sobj), float(object));
+                }
+                delete sobj;
+            }
+            KynGroupChunk* other = cache.loadObjectSample(1, 2);
+            EXPECT_EQ(firstValue(other), 12.0f);
+            delete other;
         }
     }
 }

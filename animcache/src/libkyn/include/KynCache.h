@@ -13,7 +13,8 @@
 // `objectJumps`. The tables of samples left behind are kept aside by the file offset of their
 // "SAMP" (a bounded number, least recently used dropped first) and come back without a read of
 // the file. They are forgotten whenever `jumpSample` is -1, as load, reset and every save leave
-// it: code that changes the file under a loaded cache sets `jumpSample` to -1.
+// it: code that changes the file under a loaded cache sets `jumpSample` to -1. With
+// `lazyObjectJumps` a read may take its object's single entry instead (see there).
 #ifndef KYN_CACHE_H
 #define KYN_CACHE_H
 
@@ -88,6 +89,13 @@ class KynCache {
     KynFile file;
     int jumpSample = -1;               // sample whose "JOBJ" is in objectJumps, or -1
     std::vector<int64_t> objectJumps;  // offset of every "SOBJ" header of jumpSample
+    // Off by default. When true, a read in a sample whose table is neither held nor kept aside
+    // may take only the object's own entry of that sample's "JOBJ", leaving jumpSample and
+    // objectJumps as they were. Single entries are read in a sample until they have cost about
+    // what its whole table would; then the table is brought in as usual. Files of up to 4096
+    // objects always read whole tables. For hosts that follow a few objects along the timeline
+    // of a file with many objects. Survives load and reset.
+    bool lazyObjectJumps = false;
 
   protected:
     // The low 32 bits of meta.numSamples, as every test of the sample count reads them.
@@ -102,11 +110,16 @@ class KynCache {
     void readSamsPrologue();
     void checkSampleCount();
     bool readObjectJumps(int sampleIndex);
+    bool seekJumpTable(int64_t sampleOffset, KynHeader& jobj);
     bool readJumpTable(int64_t sampleOffset, std::vector<int64_t>& table);
+    bool readObjectJump(int sampleIndex, int objectIndex, int64_t& offset);
+    bool prefersSingleEntry(int sampleIndex);
+    bool findObjectJump(int sampleIndex, int objectIndex, int64_t& offset);
     int lowerBoundTime(float time) const;
     bool firstSampleHas(int objectIndex, unsigned tag);
 
     std::unique_ptr<KynJumpTables> keptJumps;  // tables of samples other than jumpSample
+    std::vector<uint32_t> entryReads;          // per sample, single entries read while lazy
 };
 
 }  // namespace Kyn

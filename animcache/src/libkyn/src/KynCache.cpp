@@ -138,6 +138,7 @@ void KynCache::reset() {
     meta.date = 0;
     meta.removeAllChildren();
     jumpSample = -1;
+    entryReads.clear();
     sampleTimes.clear();
     sampleJumps.clear();
     objectJumps.clear();
@@ -260,20 +261,70 @@ bool KynCache::readObjectJumps(int sampleIndex) {
     return true;
 }
 
-// Reads the "JOBJ" of the "SAMP" at `sampleOffset` into `table`.
-bool KynCache::readJumpTable(int64_t sampleOffset, std::vector<int64_t>& table) {
+// Leaves the stream behind the "JOBJ" header of the "SAMP" at `sampleOffset`, with that header
+// in `jobj`.
+bool KynCache::seekJumpTable(int64_t sampleOffset, KynHeader& jobj) {
     if (!file.seek(sampleOffset, SEEK_SET, true)) return false;
-    KynHeader h;
-    if (!file.readHeader(h) || h.tag != kTagSAMP || h.type != kTypeGroup || h.length == 0)
+    if (!file.readHeader(jobj) || jobj.tag != kTagSAMP || jobj.type != kTypeGroup ||
+        jobj.length == 0)
         return false;
     for (;;) {
-        if (!file.readHeader(h) || h.tag == kTagSOBJ) return false;
-        if (h.tag == kTagJOBJ) break;
-        if (!file.skipData(h)) return false;
+        if (!file.readHeader(jobj) || jobj.tag == kTagSOBJ) return false;
+        if (jobj.tag == kTagJOBJ) return jobj.length % 8 == 0;
+        if (!file.skipData(jobj)) return false;
     }
-    if (h.length % 8 != 0 || !file.canRead(h.length)) return false;
+}
+
+// Reads the "JOBJ" of the "SAMP" at `sampleOffset` into `table`.
+bool KynCache::readJumpTable(int64_t sampleOffset, std::vector<int64_t>& table) {
+    KynHeader h;
+    if (!seekJumpTable(sampleOffset, h) || !file.canRead(h.length)) return false;
     table.resize(static_cast<std::size_t>(h.length / 8));
     return file.readData(h, table.empty() ? nullptr : static_cast<void*>(table.data()));
+}
+
+// Reads the one entry of `objectIndex` from the sample's "JOBJ" into `offset`. The table held
+// in objectJumps, and jumpSample, stay as they are.
+bool KynCache::readObjectJump(int sampleIndex, int objectIndex, int64_t& offset) {
+    KynHeader h;
+    if (!file.hasStream() || !seekJumpTable(sampleJumps[std::size_t(sampleIndex)], h) ||
+        objectIndex < 0 || objectIndex >= h.length / 8)
+        return false;
+    KynHeader entry = h;
+    entry.length = sizeof(int64_t);
+    return file.seek(int64_t(objectIndex) * entry.length, SEEK_CUR, true) &&
+           file.readData(entry, &offset);
+}
+
+// Whether a read in a sample whose table is not held should take only its entry. Single
+// entries are read until they have cost about what the whole table would (a ski-rental rule):
+// a host that follows one object along the timeline never pays for tables, one that walks the
+// objects of a sample pays for single entries at most once over.
+bool KynCache::prefersSingleEntry(int sampleIndex) {
+    // One extra read costs about what this many bytes of table do.
+    constexpr uint64_t kEntryReadBytes = 32 * 1024;
+    if (!lazyObjectJumps) return false;
+    const int64_t sampleOffset = sampleJumps[std::size_t(sampleIndex)];
+    if (jumpSample >= 0 && keptJumps->holds(sampleOffset)) return false;
+    if (entryReads.size() != sampleJumps.size()) entryReads.assign(sampleJumps.size(), 0);
+    uint32_t& reads = entryReads[std::size_t(sampleIndex)];
+    const uint64_t tableBytes = uint64_t(meta.objects.size()) * sizeof(int64_t);
+    if ((uint64_t(reads) + 1) * kEntryReadBytes >= tableBytes) return false;
+    ++reads;
+    return true;
+}
+
+// Where the "SOBJ" of the object lies in the sample: from the held table, brought in when
+// another sample's is held, or from the single entry.
+bool KynCache::findObjectJump(int sampleIndex, int objectIndex, int64_t& offset) {
+    if (sampleIndex != jumpSample) {
+        if (prefersSingleEntry(sampleIndex))
+            return readObjectJump(sampleIndex, objectIndex, offset);
+        if (!readObjectJumps(sampleIndex)) return false;
+    }
+    if (objectIndex < 0 || std::size_t(objectIndex) >= objectJumps.size()) return false;
+    offset = objectJumps[std::size_t(objectIndex)];
+    return true;
 }
 
 bool KynCache::seekObjectSample(KynHeader& header, int sampleIndex, int objectIndex) {
@@ -282,11 +333,9 @@ bool KynCache::seekObjectSample(KynHeader& header, int sampleIndex, int objectIn
     if (sampleCount() == 0) return false;
     // A sample beyond the jump table is not on disk.
     if (sampleIndex < 0 || std::size_t(sampleIndex) >= sampleJumps.size()) return false;
-    if (sampleIndex != jumpSample && !readObjectJumps(sampleIndex)) return false;
-    if (objectIndex < 0 || std::size_t(objectIndex) >= objectJumps.size()) return false;
-    if (!file.hasStream()) return false;
-    if (!file.seek(objectJumps[static_cast<std::size_t>(objectIndex)], SEEK_SET, true))
-        return false;
+    int64_t offset = 0;
+    if (!findObjectJump(sampleIndex, objectIndex, offset)) return false;
+    if (!file.hasStream() || !file.seek(offset, SEEK_SET, true)) return false;
     if (!file.readHeader(header) || header.tag != kTagSOBJ) return false;
     return header.type == kTypeGroup;
 }

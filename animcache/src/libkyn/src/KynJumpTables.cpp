@@ -15,6 +15,12 @@ bool KynJumpTables::take(int64_t offset, std::vector<int64_t>& table) {
     return false;
 }
 
+bool KynJumpTables::holds(int64_t offset) const {
+    for (const Kept& k : kept)
+        if (k.offset == offset) return true;
+    return false;
+}
+
 void KynJumpTables::keep(int64_t offset, std::vector<int64_t>& table) {
     entries += table.size();
     kept.push_back(Kept{offset, std::move(table)});

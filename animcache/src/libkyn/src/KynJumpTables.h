@@ -28,6 +28,7 @@ class KynJumpTables {
     bool take(int64_t offset, std::vector<int64_t>& table);
     // Keeps `table` under `offset`, leaving `table` empty.
     void keep(int64_t offset, std::vector<int64_t>& table);
+    bool holds(int64_t offset) const;
     void clear();
     // Storage to read the next table into: the last evicted table's, so that a read that
     // replaces a kept table allocates nothing.
