@@ -2,7 +2,7 @@
 // and reopening a finished group to grow its tables into the reserve.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 
 #include "KynChunks.h"
 #include "TestFiles.h"
@@ -12,51 +12,36 @@ using namespace kyntest_support;
 
 namespace {
 
-struct ChunkAt {
-    std::size_t offset;
-    const char* tag;
-    int type;
-    int64_t length;
-};
+using Bytes = std::vector<unsigned char>;
 
-std::string tagAt(const std::vector<unsigned char>& bytes, std::size_t offset) {
+std::string tagAt(const Bytes& bytes, std::size_t offset) {
     return std::string(reinterpret_cast<const char*>(&bytes.at(offset)), 4);
 }
 
-// Writes `samples` uniform samples of one object, each a three-float "POSI", with `reserve`.
-std::string writeSamples(int samples, int reserve, bool nonUniform) {
-    std::string path = scratchPath("samples.kyn");
-    KynFile file;
-    EXPECT_TRUE(file.open(path.c_str(), "w"));
-    KynDKYNChunk().write(file);
-    KynMETAChunk meta;
-    meta.numSamples = samples;
-    meta.addDOBJ("obj");
-    EXPECT_TRUE(meta.write(file));
-    KynSAMSChunk sams;
-    EXPECT_TRUE(sams.writeStart(file, samples, reserve, nonUniform));
-    for (int s = 0; s < samples; ++s) {
-        float time = float(s) * 0.5f;
-        EXPECT_TRUE(sams.writeStartSAMPChunk(file, 1, &time));
-        EXPECT_TRUE(sams.writeStartSOBJChunk(file));
-        EXPECT_TRUE(file.writeChunk(kTagPOSI, std::vector<float>(3, float(s)), -1, 0, 0));
-        EXPECT_TRUE(sams.writeEndSOBJChunk(file));
-        EXPECT_TRUE(sams.writeEndSAMPChunk(file));
-    }
-    EXPECT_TRUE(sams.writeEnd(file));
-    EXPECT_TRUE(file.close());
-    return path;
+Bytes head(const char* tag, unsigned char type, int64_t length, int64_t value = -1) {
+    Bytes bytes;
+    appendHeader(bytes, tag, type, length);
+    if (value >= 0) appendLE(bytes, value, 8);
+    return bytes;
 }
-
-}  // namespace
+Bytes cat(std::initializer_list<Bytes> parts) {
+    Bytes bytes;
+    for (const Bytes& part : parts) bytes.insert(bytes.end(), part.begin(), part.end());
+    return bytes;
+}
 
 TEST(WorkedFile, EveryOffsetLengthAndTableEntryIsExact) {
     std::string path = scratchPath("worked.kyn");
     writeWorkedFile(path);
-    std::vector<unsigned char> bytes = readBytes(path);
+    Bytes bytes = readBytes(path);
     ASSERT_EQ(bytes.size(), 500u);
 
-    const ChunkAt layout[] = {
+    const struct {
+        std::size_t offset;
+        const char* tag;
+        int type;
+        int64_t length;
+    } layout[] = {
         {0, "DKYN", 5, 8},     {24, "META", 1, 212}, {40, "WAPP", 2, 4},   {60, "DATE", 5, 8},
         {84, "NSAM", 5, 8},    {108, "FTIM", 4, 4},  {128, "LTIM", 4, 4},  {148, "RATE", 4, 4},
         {168, "SPAC", 5, 8},   {192, "NOBJ", 5, 8},  {216, "DOBJ", 1, 20}, {232, "NAME", 2, 4},
@@ -64,15 +49,13 @@ TEST(WorkedFile, EveryOffsetLengthAndTableEntryIsExact) {
         {348, "JOBJ", 5, 8},   {372, "SOBJ", 1, 28}, {388, "POSI", 4, 12}, {416, "SAMP", 1, 68},
         {432, "JOBJ", 5, 8},   {456, "SOBJ", 1, 28}, {472, "POSI", 4, 12},
     };
-    for (const ChunkAt& chunk : layout) {
+    for (const auto& chunk : layout) {
         SCOPED_TRACE(chunk.tag);
         EXPECT_EQ(tagAt(bytes, chunk.offset), chunk.tag);
         EXPECT_EQ(readLE(bytes, chunk.offset + 4, 4), chunk.type);  // codes and reserved
         EXPECT_EQ(readLE(bytes, chunk.offset + 8, 8), chunk.length);
     }
-    const unsigned char magic[24] = {0x44, 0x4B, 0x59, 0x4E, 5, 0, 0, 0, 8, 0, 0, 0,
-                                     0,    0,    0,    0,    2, 0, 0, 0, 0, 0, 0, 0};
-    EXPECT_EQ(std::memcmp(bytes.data(), magic, sizeof(magic)), 0);
+    EXPECT_EQ(readLE(bytes, 16, 8), 2);  // version
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(&bytes[56]), 4), std::string("app\0", 4));
     EXPECT_EQ(readLE(bytes, 76, 8), 1400000000);
     EXPECT_EQ(readLE(bytes, 100, 8), 2);
@@ -80,17 +63,40 @@ TEST(WorkedFile, EveryOffsetLengthAndTableEntryIsExact) {
     EXPECT_EQ(readLE(bytes, 292, 8), 416);
     EXPECT_EQ(readLE(bytes, 364, 8), 372);  // JOBJ entries
     EXPECT_EQ(readLE(bytes, 448, 8), 456);
-    float one = 0;
-    std::memcpy(&one, &bytes[492], 4);
-    EXPECT_EQ(one, 1.0f);
+    EXPECT_EQ(readLE(bytes, 492, 4), 0x3F800000);  // 1.0f, last of the second sample's positions
 }
 
-TEST(SamsWriter, WalkThroughStatesEveryOffset) {
-    std::string path = scratchPath("walk.kyn");
+class SamsWriter : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_TRUE(file.open(path.c_str(), "w")); }
+    Bytes finish() {
+        EXPECT_TRUE(file.close());
+        return readBytes(path);
+    }
+    // A whole "SAMS" at offset 0: samples of one object with a three-float "POSI", and a reserve;
+    // then the file opened again for appending.
+    void writeSamples(int samples, int reserve, bool nonUniform) {
+        KynSAMSChunk written;
+        ASSERT_TRUE(written.writeStart(file, samples, reserve, nonUniform));
+        for (int s = 0; s < samples; ++s) {
+            float time = float(s) * 0.5f;
+            KynGroupChunk object(kTagSOBJ);
+            object.children.push_back(new KynLeafChunk<float>(kTagPOSI, {1, 2, float(s)}));
+            ASSERT_TRUE(written.writeStartSAMPChunk(file, 1, &time));
+            ASSERT_TRUE(written.writeSOBJChunk(file, &object));
+            ASSERT_TRUE(written.writeEndSAMPChunk(file));
+        }
+        ASSERT_TRUE(written.writeEnd(file));
+        ASSERT_TRUE(file.close());
+        ASSERT_TRUE(file.open(path.c_str(), "r+"));
+    }
+    std::string path = scratchPath("sams.kyn");
     KynFile file;
-    ASSERT_TRUE(file.open(path.c_str(), "w"));
-    ASSERT_TRUE(file.seek(252, SEEK_SET, true));
     KynSAMSChunk sams;
+};
+
+TEST_F(SamsWriter, WalkThroughStatesEveryOffset) {
+    ASSERT_TRUE(file.seek(252, SEEK_SET, true));
     ASSERT_TRUE(sams.writeStart(file, 2, 2, false));
     EXPECT_EQ(sams.jsamOffset, 268);
     EXPECT_EQ(sams.timsOffset, -1);
@@ -112,11 +118,7 @@ TEST(SamsWriter, WalkThroughStatesEveryOffset) {
     EXPECT_EQ(file.groupStack.size(), 1u);
 }
 
-TEST(SamsWriter, RefusesSamplesBeyondTheTableAndForeignObjectGroups) {
-    std::string path = scratchPath("full.kyn");
-    KynFile file;
-    ASSERT_TRUE(file.open(path.c_str(), "w"));
-    KynSAMSChunk sams;
+TEST_F(SamsWriter, RefusesSamplesBeyondTheTableAndForeignObjectGroups) {
     ASSERT_TRUE(sams.writeStart(file, 1, 0, false));
     ASSERT_TRUE(sams.writeStartSAMPChunk(file, 1, nullptr));
     KynGroupChunk notAnObject(kTagSAMP);
@@ -132,76 +134,47 @@ TEST(SamsWriter, RefusesSamplesBeyondTheTableAndForeignObjectGroups) {
     EXPECT_EQ(file.tell(nullptr), end);  // nothing written
 }
 
-TEST(SamsWriter, NoObjectsPutsABareJobjBehindTheSample) {
-    std::string path = scratchPath("noobjects.kyn");
-    KynFile file;
-    ASSERT_TRUE(file.open(path.c_str(), "w"));
-    KynSAMSChunk sams;
+// A sample without objects gets a second bare "JOBJ" behind it, still inside the "SAMS"; no
+// samples at all get a second bare "JSAM", outside.
+TEST_F(SamsWriter, EmptyTablesLeaveASecondBareTable) {
     ASSERT_TRUE(sams.writeStart(file, 1, 0, false));
     ASSERT_TRUE(sams.writeStartSAMPChunk(file, 0, nullptr));
     ASSERT_TRUE(sams.writeEndSAMPChunk(file));
     ASSERT_TRUE(sams.writeEnd(file));
-    ASSERT_TRUE(file.close());
-    // SAMS(16) JSAM(16+8) SAMP(16) JOBJ(16), then the second bare JOBJ behind the SAMP.
-    std::vector<unsigned char> bytes = readBytes(path);
-    ASSERT_EQ(bytes.size(), 88u);
-    EXPECT_EQ(tagAt(bytes, 56), "JOBJ");
-    EXPECT_EQ(tagAt(bytes, 72), "JOBJ");
-    EXPECT_EQ(readLE(bytes, 8, 8), 72);  // the second JOBJ is still inside the SAMS
-    EXPECT_EQ(readLE(bytes, 48, 8), 16);
+    EXPECT_EQ(finish(), cat({head("SAMS", kTypeGroup, 72), head("JSAM", kTypeInt64, 8, 40),
+                             head("SAMP", kTypeGroup, 16), head("JOBJ", kTypeInt64, 0),
+                             head("JOBJ", kTypeInt64, 0)}));
+    ASSERT_TRUE(file.open(path.c_str(), "w"));
+    KynSAMSChunk none;
+    ASSERT_TRUE(none.writeStart(file, 0, 0, false));
+    ASSERT_TRUE(none.writeEnd(file));
+    EXPECT_EQ(finish(), cat({head("SAMS", kTypeGroup, 16), head("JSAM", kTypeInt64, 0),
+                             head("JSAM", kTypeInt64, 0)}));
 }
 
-TEST(SamsWriter, ZeroSamplesWritesAnotherBareJsamAtTheEnd) {
-    std::string path = scratchPath("zero.kyn");
-    KynFile file;
-    ASSERT_TRUE(file.open(path.c_str(), "w"));
-    KynSAMSChunk sams;
-    ASSERT_TRUE(sams.writeStart(file, 0, 0, false));
-    ASSERT_TRUE(sams.writeEnd(file));
-    ASSERT_TRUE(file.close());
-    std::vector<unsigned char> bytes = readBytes(path);
-    ASSERT_EQ(bytes.size(), 48u);
-    EXPECT_EQ(tagAt(bytes, 16), "JSAM");
-    EXPECT_EQ(tagAt(bytes, 32), "JSAM");
-    EXPECT_EQ(readLE(bytes, 8, 8), 16);
-}
-
-TEST(SamsWriter, NonUniformTimesFillInAndANullTimeLeavesZero) {
-    std::string path = scratchPath("times.kyn");
-    KynFile file;
-    ASSERT_TRUE(file.open(path.c_str(), "w"));
-    KynSAMSChunk sams;
+TEST_F(SamsWriter, NonUniformTimesFillInAndANullTimeLeavesZero) {
     ASSERT_TRUE(sams.writeStart(file, 2, 1, true));
-    EXPECT_EQ(sams.timsOffset, 0 + 16);
+    EXPECT_EQ(sams.timsOffset, 16);
     float time = 7.5f;
-    const float* sampleTimes[2] = {nullptr, &time};
+    const float* sampleTimes[] = {nullptr, &time};
     for (const float* t : sampleTimes) {
         ASSERT_TRUE(sams.writeStartSAMPChunk(file, 0, t));
         ASSERT_TRUE(sams.writeEndSAMPChunk(file));
     }
     ASSERT_TRUE(sams.writeEnd(file));
     EXPECT_EQ(sams.times, (std::vector<float>{0.0f, 7.5f}));
-    ASSERT_TRUE(file.close());
-    std::vector<unsigned char> bytes = readBytes(path);
+    Bytes bytes = finish();
     EXPECT_EQ(tagAt(bytes, 16), "TIMS");
+    EXPECT_EQ(readLE(bytes, 32, 4), 0);
+    EXPECT_EQ(readLE(bytes, 36, 4), 0x40F00000);  // 7.5f
     EXPECT_EQ(tagAt(bytes, 40), "FREE");
     EXPECT_EQ(readLE(bytes, 48, 8), 4);
     EXPECT_EQ(tagAt(bytes, 60), "JSAM");
-    float stored = 0;
-    std::memcpy(&stored, &bytes[36], 4);
-    EXPECT_EQ(stored, 7.5f);
 }
 
-TEST(SamsAppend, GrowsBothTablesIntoTheirReservesWithoutMovingSamples) {
-    std::string path = writeSamples(2, 5, true);
-    std::vector<unsigned char> before = readBytes(path);
-    // The "SAMS" follows the 24 bytes of "DKYN" and the whole "META".
-    std::size_t sams = 24 + 16 + std::size_t(readLE(before, 32, 8));
-    ASSERT_EQ(tagAt(before, sams), "SAMS");
-
-    KynFile file;
-    ASSERT_TRUE(file.open(path.c_str(), "r+"));
-    ASSERT_TRUE(file.seek(int64_t(sams), SEEK_SET, true));
+TEST_F(SamsWriter, AppendGrowsBothTablesIntoTheirReservesWithoutMovingSamples) {
+    ASSERT_NO_FATAL_FAILURE(writeSamples(2, 5, true));
+    Bytes before = readBytes(path);
     KynSAMSChunk writer;
     ASSERT_TRUE(writer.appendStart(file, 3));
     EXPECT_EQ(writer.sampleIndex, 2u);
@@ -214,65 +187,48 @@ TEST(SamsAppend, GrowsBothTablesIntoTheirReservesWithoutMovingSamples) {
         ASSERT_TRUE(writer.writeEndSAMPChunk(file));
     }
     ASSERT_TRUE(writer.writeEnd(file));
-    ASSERT_TRUE(file.close());
-
-    std::vector<unsigned char> after = readBytes(path);
-    // TIMS grew by 12 bytes and its FREE shrank by as much; the JSAM and sample area stay put.
-    std::size_t tims = sams + 16;
-    EXPECT_EQ(readLE(after, tims + 8, 8), 20);
-    EXPECT_EQ(tagAt(after, tims + 36), "FREE");
-    EXPECT_EQ(readLE(after, tims + 44, 8), 8);
-    std::size_t jsam = tims + 24 + 16 + 20;
-    ASSERT_EQ(tagAt(after, jsam), "JSAM");
-    EXPECT_EQ(readLE(after, jsam + 8, 8), 40);
-    EXPECT_EQ(tagAt(after, jsam + 56), "FREE");
-    EXPECT_EQ(readLE(after, jsam + 64, 8), 16);
-    std::size_t firstSample = jsam + 16 + 40 + 16 + 16;
-    EXPECT_EQ(readLE(after, jsam + 16, 8), int64_t(firstSample));
-    EXPECT_EQ(readLE(after, jsam + 32, 8), int64_t(before.size()));
+    Bytes after = finish();
+    // "TIMS" at 16 grew by 12 bytes and its "FREE" shrank by as much; "JSAM" and the samples
+    // stay put.
+    EXPECT_EQ(readLE(after, 24, 8), 20);
+    EXPECT_EQ(tagAt(after, 52), "FREE");
+    EXPECT_EQ(readLE(after, 60, 8), 8);
+    ASSERT_EQ(tagAt(after, 76), "JSAM");
+    EXPECT_EQ(readLE(after, 84, 8), 40);
+    EXPECT_EQ(tagAt(after, 132), "FREE");
+    EXPECT_EQ(readLE(after, 140, 8), 16);
+    const std::size_t firstSample = 164;
+    EXPECT_EQ(readLE(after, 92, 8), int64_t(firstSample));
+    EXPECT_EQ(readLE(after, 108, 8), int64_t(before.size()));
     EXPECT_TRUE(
         std::equal(before.begin() + firstSample, before.end(), after.begin() + firstSample));
-    EXPECT_EQ(readLE(after, sams + 8, 8), int64_t(after.size() - sams - 16));
+    EXPECT_EQ(readLE(after, 8, 8), int64_t(after.size() - 16));
 }
 
-TEST(SamsAppend, ExactlyAllSpareSamplesEmptiesTheReserveAndOneMoreIsRefused) {
-    std::string path = writeSamples(1, 2, false);
-    std::vector<unsigned char> bytes = readBytes(path);
-    int64_t sams = 24 + 16 + readLE(bytes, 32, 8);
-    KynFile file;
-    ASSERT_TRUE(file.open(path.c_str(), "r+"));
-    ASSERT_TRUE(file.seek(sams, SEEK_SET, true));
+// Exactly all spare samples empty the reserve, after which, as without a reserve, no append
+// starts; nor does one anywhere but at a "SAMS" header, or on a closed file.
+TEST_F(SamsWriter, AppendRefusedWithoutRoomOrAtAnythingButASamsHeader) {
+    ASSERT_NO_FATAL_FAILURE(writeSamples(1, 2, false));
     KynSAMSChunk writer;
+    ASSERT_TRUE(file.seek(16, SEEK_SET, true));
+    EXPECT_FALSE(writer.appendStart(file, 1));  // the "JSAM"
+    ASSERT_TRUE(file.seek(0, SEEK_SET, true));
     ASSERT_TRUE(writer.appendStart(file, 2));
     for (int s = 0; s < 2; ++s) {
         ASSERT_TRUE(writer.writeStartSAMPChunk(file, 0, nullptr));
         ASSERT_TRUE(writer.writeEndSAMPChunk(file));
     }
     ASSERT_TRUE(writer.writeEnd(file));
-    bytes = readBytes(path);
-    EXPECT_EQ(readLE(bytes, std::size_t(sams) + 16 + 16 + 24 + 8, 8), 0);  // FREE length
+    EXPECT_EQ(readLE(readBytes(path), 16 + 16 + 24 + 8, 8), 0);  // FREE length
+    ASSERT_TRUE(file.seek(0, SEEK_SET, true));
+    EXPECT_FALSE(KynSAMSChunk().appendStart(file, 1));
+    ASSERT_TRUE(file.close());
 
-    ASSERT_TRUE(file.seek(sams, SEEK_SET, true));
-    KynSAMSChunk again;
-    EXPECT_FALSE(again.appendStart(file, 1));
-}
-
-TEST(SamsAppend, AGroupWithoutReserveCannotBeReopened) {
-    std::string path = writeSamples(1, 0, false);
-    std::vector<unsigned char> bytes = readBytes(path);
-    KynFile file;
-    ASSERT_TRUE(file.open(path.c_str(), "r+"));
-    ASSERT_TRUE(file.seek(24 + 16 + readLE(bytes, 32, 8), SEEK_SET, true));
-    KynSAMSChunk writer;
-    EXPECT_FALSE(writer.appendStart(file, 1));
-}
-
-TEST(SamsAppend, RefusesAnythingButASamsHeader) {
-    std::string path = writeSamples(1, 2, false);
-    KynFile file;
-    ASSERT_TRUE(file.open(path.c_str(), "r+"));
-    KynSAMSChunk writer;
-    EXPECT_FALSE(writer.appendStart(file, 1));  // the DKYN at offset 0
+    ASSERT_TRUE(file.open(path.c_str(), "w"));
+    ASSERT_NO_FATAL_FAILURE(writeSamples(1, 0, false));
+    EXPECT_FALSE(KynSAMSChunk().appendStart(file, 1));
     KynFile closed;
-    EXPECT_FALSE(writer.appendStart(closed, 1));
+    EXPECT_FALSE(KynSAMSChunk().appendStart(closed, 1));
 }
+
+}  // namespace

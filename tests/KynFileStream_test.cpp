@@ -24,20 +24,6 @@ unsigned char patternAt(std::size_t offset) {
     return static_cast<unsigned char>((offset * 2654435761u) >> 13);
 }
 
-Bytes pattern(std::size_t size) {
-    Bytes bytes(size);
-    for (std::size_t i = 0; i < size; ++i) bytes[i] = patternAt(i);
-    return bytes;
-}
-
-// Reads `count` bytes at `offset` through KynFile's raw payload read.
-bool readAt(KynFile& file, int64_t offset, std::size_t count, Bytes& out) {
-    out.assign(count, 0);
-    KynHeader h;
-    h.length = int64_t(count);
-    return file.seek(offset, SEEK_SET, true) && file.readData(h, out.data());
-}
-
 bool matchesPattern(const Bytes& bytes, std::size_t offset) {
     for (std::size_t i = 0; i < bytes.size(); ++i)
         if (bytes[i] != patternAt(offset + i)) return false;
@@ -47,115 +33,100 @@ bool matchesPattern(const Bytes& bytes, std::size_t offset) {
 class KynFileStreamTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        path = scratchPath("pattern.bin");
-        writeBytes(path, pattern(kFileSize));
+        Bytes bytes(kFileSize);
+        for (std::size_t i = 0; i < kFileSize; ++i) bytes[i] = patternAt(i);
+        writeBytes(path, bytes);
     }
-    std::string path;
+    // Reads `count` bytes at `offset` through KynFile's raw payload read.
+    bool readAt(std::size_t offset, std::size_t count) {
+        got.assign(count, 0);
+        KynHeader header;
+        header.length = int64_t(count);
+        return file.seek(int64_t(offset), SEEK_SET, true) && file.readData(header, got.data());
+    }
+    bool readsPattern(std::size_t offset, std::size_t count) {
+        return readAt(offset, count) && matchesPattern(got, offset);
+    }
+    std::string path = scratchPath("pattern.bin");
     KynFile file;
     Bytes got;
 };
 
-}  // namespace
-
-TEST_F(KynFileStreamTest, SmallSequentialReadsWalkTheWholeFile) {
+TEST_F(KynFileStreamTest, SequentialReadsWalkTheWholeFileUpToTheEnd) {
     ASSERT_TRUE(file.open(path.c_str(), "r"));
-    KynHeader h;
-    h.length = 16;
+    KynHeader header;
+    header.length = 16;
     Bytes piece(16);
-    std::size_t offset = 0;
-    for (; offset + 16 <= kFileSize; offset += 16) {
-        ASSERT_TRUE(file.readData(h, piece.data())) << offset;
+    for (std::size_t offset = 0; offset + 16 <= kFileSize; offset += 16) {
+        ASSERT_TRUE(file.readData(header, piece.data())) << offset;
         ASSERT_TRUE(matchesPattern(piece, offset)) << offset;
     }
-    EXPECT_FALSE(file.readData(h, piece.data()));  // only the last 3 bytes are left
+    EXPECT_FALSE(file.readData(header, piece.data()));  // only the last 3 bytes are left
+
+    EXPECT_TRUE(readsPattern(kFileSize - 200000, 200000));
+    EXPECT_TRUE(readsPattern(kFileSize - 10, 10));
+    EXPECT_FALSE(readAt(kFileSize - 10, 11));
+    EXPECT_FALSE(readAt(kFileSize, 1));
+    EXPECT_FALSE(readAt(kFileSize + 5000, 1));
+    EXPECT_TRUE(readsPattern(0, 16));
 }
 
-TEST_F(KynFileStreamTest, ReadsThatAlternateBetweenPlacesSeeTheirOwnBytes) {
+TEST_F(KynFileStreamTest, ScatteredReadsSeeTheirOwnBytes) {
     ASSERT_TRUE(file.open(path.c_str(), "r"));
-    // Six places, more than the stream holds blocks for, each walked forward in steps that
-    // skip most of the bytes between them.
-    const std::size_t places = 6;
-    for (std::size_t step = 0; step < 400; ++step) {
-        for (std::size_t place = 0; place < places; ++place) {
-            const std::size_t offset = place * 500000 + step * 1300;
-            ASSERT_TRUE(readAt(file, int64_t(offset), 96, got));
-            ASSERT_TRUE(matchesPattern(got, offset)) << place << " " << step;
-        }
-    }
-}
+    // Six places, more than the stream holds blocks for, each walked forward in steps that skip
+    // most of the bytes between them.
+    for (std::size_t step = 0; step < 400; ++step)
+        for (std::size_t place = 0; place < 6; ++place)
+            ASSERT_TRUE(readsPattern(place * 500000 + step * 1300, 96)) << place << " " << step;
 
-TEST_F(KynFileStreamTest, RandomReadsOfAnySizeMatchTheFile) {
-    ASSERT_TRUE(file.open(path.c_str(), "r"));
     std::mt19937 random(7);
     for (int n = 0; n < 3000; ++n) {
         const bool large = random() % 10 == 0;
         const std::size_t count = 1 + random() % (large ? 400000 : 300);
         const std::size_t offset = random() % kFileSize;
         const bool inside = offset + count <= kFileSize;
-        ASSERT_EQ(readAt(file, int64_t(offset), count, got), inside) << offset << " " << count;
-        if (inside) {
-            ASSERT_TRUE(matchesPattern(got, offset)) << offset << " " << count;
-        }
+        ASSERT_EQ(readAt(offset, count), inside) << offset << " " << count;
+        ASSERT_TRUE(!inside || matchesPattern(got, offset)) << offset << " " << count;
     }
 }
 
-TEST_F(KynFileStreamTest, ReadsUpToTheEndAndPastIt) {
-    ASSERT_TRUE(file.open(path.c_str(), "r"));
-    ASSERT_TRUE(readAt(file, kFileSize - 200000, 200000, got));
-    EXPECT_TRUE(matchesPattern(got, kFileSize - 200000));
-    ASSERT_TRUE(readAt(file, kFileSize - 10, 10, got));
-    EXPECT_TRUE(matchesPattern(got, kFileSize - 10));
-    EXPECT_FALSE(readAt(file, kFileSize - 10, 11, got));
-    EXPECT_FALSE(readAt(file, kFileSize, 1, got));
-    EXPECT_FALSE(readAt(file, kFileSize + 5000, 1, got));
-    ASSERT_TRUE(readAt(file, 0, 16, got));
-    EXPECT_TRUE(matchesPattern(got, 0));
-}
-
+// Bytes read ahead of a write must not outlive it: near, inside and far from the block, and
+// past the end of the file, where the gap reads as zeros.
 TEST_F(KynFileStreamTest, ReadsSeeWhatWasWrittenBeforeThem) {
     ASSERT_TRUE(file.open(path.c_str(), "r+"));
-    // Bytes read ahead of a write must not outlive it: near, inside and far from the block.
-    ASSERT_TRUE(readAt(file, 1000, 64, got));
-    KynHeader h;
-    h.tag = kTagPOSI;
-    h.type = kTypeFloat;
-    h.length = 8;
+    ASSERT_TRUE(readAt(1000, 64));
+    const KynHeader header{kTagPOSI, kTypeFloat, 0, 0, 0, 8};
     const float values[2] = {1.5f, -2.0f};
-    ASSERT_TRUE(file.writeChunk(h, values, 1032));
-    ASSERT_TRUE(readAt(file, 1032, 24, got));
+    ASSERT_TRUE(file.writeChunk(header, values, 1032));
     Bytes expected;
     appendHeader(expected, "POSI", kTypeFloat, 8);
     const auto* raw = reinterpret_cast<const unsigned char*>(values);
     expected.insert(expected.end(), raw, raw + sizeof(values));
+    ASSERT_TRUE(readAt(1032, 24));
     EXPECT_EQ(got, expected);
-    ASSERT_TRUE(readAt(file, 1000, 32, got));
-    EXPECT_TRUE(matchesPattern(got, 1000));
+    EXPECT_TRUE(readsPattern(1000, 32));
 
     // A write at the current position, then a read of the same place and one of another.
     ASSERT_TRUE(file.seek(2000000, SEEK_SET, true));
-    ASSERT_TRUE(file.writeChunk(h, values, -1));
-    ASSERT_TRUE(readAt(file, 2000000, 24, got));
+    ASSERT_TRUE(file.writeChunk(header, values, -1));
+    ASSERT_TRUE(readAt(2000000, 24));
     EXPECT_EQ(got, expected);
-    ASSERT_TRUE(readAt(file, 1032, 24, got));
+    ASSERT_TRUE(readAt(1032, 24));
     EXPECT_EQ(got, expected);
+
+    ASSERT_TRUE(readAt(kFileSize - 100, 100));
+    const int value = 77;
+    ASSERT_TRUE(file.writeChunk({kTagFREE, 0, 0, 0, 0, 4}, &value, int64_t(kFileSize) + 1000));
+    EXPECT_TRUE(readsPattern(kFileSize - 100, 100));
+    ASSERT_TRUE(readAt(kFileSize, 1000));
+    EXPECT_EQ(got, Bytes(1000, 0));
+    ASSERT_TRUE(readAt(kFileSize + 1016, 4));
+    EXPECT_EQ(readLE(got, 0, 4), 77);
     ASSERT_TRUE(file.close());
 
     Bytes bytes = readBytes(path);
-    ASSERT_EQ(bytes.size(), kFileSize);
+    ASSERT_EQ(bytes.size(), kFileSize + 1020);
     EXPECT_EQ(Bytes(bytes.begin() + 2000000, bytes.begin() + 2000024), expected);
 }
 
-TEST_F(KynFileStreamTest, WritesPastTheEndLeaveAHoleThatReadsAsZeros) {
-    ASSERT_TRUE(file.open(path.c_str(), "r+"));
-    ASSERT_TRUE(readAt(file, kFileSize - 100, 100, got));
-    KynHeader h;
-    h.length = 4;
-    const int value = 77;
-    ASSERT_TRUE(file.writeChunk(h, &value, int64_t(kFileSize) + 1000));
-    ASSERT_TRUE(readAt(file, kFileSize - 100, 100, got));
-    EXPECT_TRUE(matchesPattern(got, kFileSize - 100));
-    ASSERT_TRUE(readAt(file, kFileSize, 1000, got));
-    EXPECT_EQ(got, Bytes(1000, 0));
-    ASSERT_TRUE(readAt(file, kFileSize + 1016, 4, got));
-    EXPECT_EQ(readLE(got, 0, 4), 77);
-}
+}  // namespace

@@ -38,6 +38,29 @@ std::string scratchPath(const std::string& name) {
     return path;
 }
 
+std::vector<unsigned char> head(const char* tag, unsigned char type, int64_t length,
+                                unsigned char compound, unsigned char dimension) {
+    std::vector<unsigned char> bytes;
+    appendHeader(bytes, tag, type, length, compound, dimension);
+    return bytes;
+}
+
+std::vector<unsigned char> le(int64_t value, int width) {
+    std::vector<unsigned char> bytes;
+    appendLE(bytes, value, width);
+    return bytes;
+}
+
+std::vector<unsigned char> raw(const std::string& text) {
+    return std::vector<unsigned char>(text.begin(), text.end());
+}
+
+std::vector<unsigned char> cat(std::initializer_list<std::vector<unsigned char>> parts) {
+    std::vector<unsigned char> bytes;
+    for (const auto& part : parts) bytes.insert(bytes.end(), part.begin(), part.end());
+    return bytes;
+}
+
 std::vector<unsigned char> readBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::vector<unsigned char>(std::istreambuf_iterator<char>(in),

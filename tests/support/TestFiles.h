@@ -4,6 +4,7 @@
 #define KYN_TEST_FILES_H
 
 #include <cstdint>
+#include <initializer_list>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -25,6 +26,13 @@ void appendLE(std::vector<unsigned char>& bytes, int64_t value, int width);
 // Appends a chunk header in its on-disk form; `tag` is four characters.
 void appendHeader(std::vector<unsigned char>& bytes, const char* tag, unsigned char type,
                   int64_t length, unsigned char compound = 0, unsigned char dimension = 0);
+
+// Pieces of a hand-made file: a chunk header, a little-endian value, raw bytes; and their sum.
+std::vector<unsigned char> head(const char* tag, unsigned char type, int64_t length,
+                                unsigned char compound = 0, unsigned char dimension = 0);
+std::vector<unsigned char> le(int64_t value, int width);
+std::vector<unsigned char> raw(const std::string& text);
+std::vector<unsigned char> cat(std::initializer_list<std::vector<unsigned char>> parts);
 
 // The worked file: one object "foo", a three-float "POSI" per sample, samples at 1 and 2,
 // application "app", date 1400000000, space 1, a reserve of 2 spare samples. 500 bytes.
