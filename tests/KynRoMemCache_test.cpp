@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <functional>
 #include <sstream>
 
 #include "KynRoMemCache.h"
@@ -15,70 +14,44 @@ using namespace kyntest_support;
 
 namespace {
 
-KynChunk* floats(unsigned tag, std::vector<float> values) {
-    return new KynLeafChunk<float>(tag, values);
-}
+using Floats = std::vector<float>;
 
-// Five samples at frames 1 to 5 of two objects. Each "SOBJ" holds the positions {10 s + o};
+// Five samples at frames 1 to 5 of three objects. Each "SOBJ" holds the positions {10 s + o};
 // object 0 adds a velocity, a second "POSI" and an "ATRS" with one animated attribute value.
 // Object 1 carries a static "POSI" and an animated attribute that no sample holds.
-void writeScene(const std::string& path) {
-    KynFile file;
-    ASSERT_TRUE(file.open(path.c_str(), "w"));
-    KynMETAChunk meta;
-    meta.numSamples = 5;
-    meta.firstTime = 1;
-    meta.lastTime = 5;
-    meta.rate = 1;
-    for (int o = 0; o < 3; ++o) meta.addDOBJ(("|obj" + std::to_string(o)).c_str());
-    meta.objects[0]->datr = new KynDATRChunk();
-    meta.objects[0]->datr->addAttr(true, "a", "float", kTypeFloat, 0, 0);
-    meta.objects[0]->datr->addAttr(false, "s", "int", kTypeInt32, 0, 0);
-    meta.objects[1]->datr = new KynDATRChunk();
-    meta.objects[1]->datr->addAttr(true, "b", "float", kTypeFloat, 0, 0);
-    meta.objects[1]->children = {floats(kTagPOSI, {-1, -1, -1})};
-    ASSERT_TRUE(KynDKYNChunk().write(file) && meta.write(file));
-    KynSAMSChunk stream;
-    ASSERT_TRUE(stream.writeStart(file, 5, 0, false));
+std::string writeScene() {
+    ViewFile scene(5);
+    for (int o = 0; o < 3; ++o) scene.addObject("|obj" + std::to_string(o));
+    std::vector<Floats> values;
     for (int s = 0; s < 5; ++s) {
-        ASSERT_TRUE(stream.writeStartSAMPChunk(file, 3, nullptr));
-        for (int o = 0; o < 3; ++o) {
-            KynGroupChunk sobj(kTagSOBJ);
-            sobj.children = {floats(kTagPOSI, {float(10 * s + o)})};
-            if (o == 0) {
-                auto* values = new KynGroupChunk(kTagATRS);
-                values->children = {floats(kTagATTR, {0.5f * s})};
-                sobj.children.push_back(floats(kTagVELO, {1}));
-                sobj.children.push_back(floats(kTagPOSI, {2}));
-                sobj.children.push_back(values);
-            }
-            ASSERT_TRUE(stream.writeSOBJChunk(file, &sobj));
-        }
-        ASSERT_TRUE(stream.writeEndSAMPChunk(file));
+        for (int o = 0; o < 3; ++o) scene.addAt(s, o, kTagPOSI, Floats{float(10 * s + o)});
+        scene.addAt(s, 0, kTagVELO, Floats{1});
+        scene.addAt(s, 0, kTagPOSI, Floats{2});
+        values.push_back({0.5f * float(s)});
     }
-    ASSERT_TRUE(stream.writeEnd(file) && file.close());
+    scene.addAnimatedAttr(0, "a", values);
+    scene.addStaticAttr(0, "s", std::vector<int>{});
+    scene.addAnimatedAttr(1, "b", std::vector<Floats>{});
+    scene.addStatic(1, kTagPOSI, Floats{-1, -1, -1});
+    return scene.write("scene.kyn");
+}
+
+// The first value of a float leaf, or of the first child of a "SOBJ"; -99 for none.
+float firstPosition(KynChunk* chunk) {
+    if (auto* group = dynamic_cast<KynGroupChunk*>(chunk))
+        return group->children.empty() ? -99 : firstPosition(group->children[0]);
+    auto* leaf = dynamic_cast<KynLeafChunk<float>*>(chunk);
+    return leaf && !leaf->data.empty() ? leaf->data[0] : -99;
 }
 
 class KynRoMemCacheTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        path = scratchPath("scene.kyn");
-        writeScene(path);
-    }
     bool held(int sample) const {
         return std::size_t(sample) < cache.samples.size() && cache.samples[sample] != nullptr;
     }
     std::list<int> recent() const { return cache.recentSamples; }
-    // The first value of a float leaf, or of the first child of a "SOBJ"; -99 for none.
-    float firstPosition(KynGroupChunk* sobj) {
-        return sobj && !sobj->children.empty() ? firstPosition(sobj->children[0]) : -99;
-    }
-    float firstPosition(KynChunk* chunk) {
-        auto* leaf = dynamic_cast<KynLeafChunk<float>*>(chunk);
-        return leaf && !leaf->data.empty() ? leaf->data[0] : -99;
-    }
 
-    std::string path;
+    std::string path = writeScene();
     KynRoMemCache cache;
 };
 
@@ -87,10 +60,8 @@ class KynRoMemCacheTest : public ::testing::Test {
 TEST_F(KynRoMemCacheTest, EvictsTheLeastRecentlyUsedSampleWithAllItsObjects) {
     ASSERT_TRUE(cache.load(path.c_str(), true, 2));
     EXPECT_EQ(cache.samples.size(), 5u);
-    ASSERT_NE(cache.getSample(0, 0), nullptr);
-    ASSERT_NE(cache.getSample(0, 1), nullptr);
-    ASSERT_NE(cache.getSample(1, 0), nullptr);
-    ASSERT_NE(cache.getSample(2, 0), nullptr);
+    for (auto [s, o] : std::vector<std::pair<int, int>>{{0, 0}, {0, 1}, {1, 0}, {2, 0}})
+        ASSERT_NE(cache.getSample(s, o), nullptr);
     EXPECT_FALSE(held(0));
     EXPECT_EQ(recent(), (std::list<int>{2, 1}));
     cache.getSample(1, 0);
@@ -112,7 +83,6 @@ TEST_F(KynRoMemCacheTest, EvictsTheLeastRecentlyUsedSampleWithAllItsObjects) {
 
 TEST_F(KynRoMemCacheTest, TheBoundSurvivesLoadButNotReset) {
     ASSERT_TRUE(cache.load(path.c_str(), true, 2));
-    EXPECT_EQ(cache.maxSamples, 2);
     Capture out(std::cout);
     EXPECT_FALSE(cache.load(scratchPath("missing.kyn").c_str(), true));
     EXPECT_EQ(cache.maxSamples, 2);
@@ -235,9 +205,8 @@ TEST_F(KynRoMemCacheTest, BulkLoadsFillEverySlotWithoutTracking) {
     EXPECT_FALSE(held(2));
     EXPECT_EQ(cache.samples[1]->size(), 3u);
     ASSERT_TRUE(cache.loadAllSamples());
-    for (int s = 0; s < 5; ++s) {
+    for (int s = 0; s < 5; ++s)
         for (int o = 0; o < 3; ++o) EXPECT_EQ(firstPosition((*cache.samples[s])[o]), 10 * s + o);
-    }
     EXPECT_TRUE(recent().empty());
     EXPECT_FALSE(cache.file.hasStream());
     // With the file gone, the partial load stops, the whole one carries on.
@@ -251,22 +220,42 @@ TEST_F(KynRoMemCacheTest, BulkLoadsFillEverySlotWithoutTracking) {
 
 TEST_F(KynRoMemCacheTest, TypedDataAtAnExactSampleTime) {
     ASSERT_TRUE(cache.load(path.c_str(), true));
-    const std::vector<float>* data = cache.getSampleDataAtTime<float>(3, 1, kTagPOSI, nullptr);
+    const Floats* data = cache.getSampleDataAtTime<float>(3, 1, kTagPOSI, nullptr);
     ASSERT_NE(data, nullptr);
-    EXPECT_EQ(*data, (std::vector<float>{21}));
+    EXPECT_EQ(*data, (Floats{21}));
     EXPECT_EQ(cache.getSampleDataAtTime<double>(3, 1, kTagPOSI, nullptr), nullptr);
     EXPECT_EQ(cache.getSampleDataAtTime<float>(2.5f, 1, kTagPOSI, nullptr), nullptr);
     EXPECT_EQ(cache.getSampleDataAtTime<float>(6, 1, kTagPOSI, nullptr), nullptr);
     int index = 1;
     data = cache.getSampleDataAtTime<float>(1, 0, kTagPOSI, &index);
     ASSERT_NE(data, nullptr);
-    EXPECT_EQ(*data, (std::vector<float>{2}));
+    EXPECT_EQ(*data, (Floats{2}));
+}
+
+// Reads are lazy and by object: a damaged object of a sample stays unread, and unnoticed, until
+// it is asked for; load reads no sample at all.
+TEST_F(KynRoMemCacheTest, AReadTouchesOnlyTheObjectAskedFor) {
+    {
+        KynCache locate;
+        ASSERT_TRUE(locate.load(path.c_str(), true));
+        delete locate.loadObjectSample(3, 0);
+        std::vector<unsigned char> bytes = readBytes(path);
+        bytes.at(std::size_t(locate.objectJumps.at(2)) + 16 + 4) = kTypeDouble;  // 4-byte double
+        writeBytes(path, bytes);
+    }
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    EXPECT_NE(cache.getSample(3, 0), nullptr);
+    EXPECT_NE(cache.getSample(3, 1), nullptr);
+    ASSERT_NE(cache.samples.at(3), nullptr);
+    const std::vector<KynGroupChunk*>& objects = *cache.samples[3];
+    EXPECT_TRUE(objects.size() < 3 || objects[2] == nullptr);  // object 2 was never read
+    EXPECT_EQ(cache.getSample(3, 2), nullptr);
+    EXPECT_NE(cache.getSample(4, 2), nullptr);
 }
 
 // A bounded cache reads each new sample into the storage of the sample it evicts when the
 // shapes agree; whatever the shapes, what it holds must be what an unbounded cache reads.
 TEST(KynRoMemCacheReuse, SamplesReadAfterAnEvictionAreThoseOfTheFile) {
-    using Floats = std::vector<float>;
     ViewFile file(7);
     const int o = file.addObject("|shapes");
     file.addAt(0, o, kTagPOSI, Floats{1, 2, 3});
@@ -296,31 +285,4 @@ TEST(KynRoMemCacheReuse, SamplesReadAfterAnEvictionAreThoseOfTheFile) {
             EXPECT_EQ(text(bounded, sample), text(unbounded, sample));
         }
     }
-}
-
-// Reads are lazy and by object: a damaged object of a sample stays unread, and unnoticed, until
-// it is asked for; load reads no sample at all.
-TEST(KynRoMemCacheLazy, AReadTouchesOnlyTheObjectAskedFor) {
-    const std::string path = scratchPath("lazy.kyn");
-    writeScene(path);
-    int64_t damagedObject = 0;
-    {
-        KynCache locate;
-        ASSERT_TRUE(locate.load(path.c_str(), true));
-        delete locate.loadObjectSample(3, 0);
-        damagedObject = locate.objectJumps.at(2);
-    }
-    std::vector<unsigned char> bytes = readBytes(path);
-    bytes.at(std::size_t(damagedObject) + 16 + 4) = kTypeDouble;  // a 4-byte double "POSI"
-    writeBytes(path, bytes);
-
-    KynRoMemCache cache;
-    ASSERT_TRUE(cache.load(path.c_str(), true));
-    EXPECT_NE(cache.getSample(3, 0), nullptr);
-    EXPECT_NE(cache.getSample(3, 1), nullptr);
-    ASSERT_NE(cache.samples.at(3), nullptr);
-    const std::vector<KynGroupChunk*>& held = *cache.samples[3];
-    EXPECT_TRUE(held.size() < 3 || held[2] == nullptr);  // object 2 was never read
-    EXPECT_EQ(cache.getSample(3, 2), nullptr);
-    EXPECT_NE(cache.getSample(4, 2), nullptr);
 }

@@ -34,74 +34,56 @@ std::string sampling(const KynRwMemCache& cache) {
 
 }  // namespace
 
-TEST(AllocSample, EvenStepsStayUniformAndAnOddStepTurnsNonUniform) {
+TEST(AllocSample, TheTimesInTheirOrderDecideTheSampling) {
+    const std::vector<std::pair<std::vector<float>, const char*>> cases = {
+        {{1, 2, 3}, "3 1..3 rate 1"},
+        {{1, 2, 3, 5}, "4 1..5 rate 0 1 2 3 5"},  // an odd step turns non-uniform
+        {{1, 1.5f}, "2 1..1.5 rate 2"},           // the second sample sets the rate
+        {{1, 2, 3, 0}, "4 0..3 rate 1"},          // one step in front stays uniform
+        {{1, 2, 3, 0.5f}, "4 0.5..3 rate 0 0.5 1 2 3"},
+        {{1, 2, 3, 2.5f}, "4 1..3 rate 0 1 2 2.5 3"},
+        {{0, 7, kLeast}, "3 0..7 rate 0 0 1.40129846e-45 7"},  // (least - 0) / 7 rounds to 0
+        // A rate that is no normal float keeps exact times: it would be infinite, or subnormal
+        // and too coarse to give 9 back.
+        {{0, kLeast}, "2 0..1.40129846e-45 rate 0 0 1.40129846e-45"},
+        {{-3e38f, 9}, "2 -3.00000001e+38..9 rate 0 -3.00000001e+38 9"},
+        // 1 / (1/7) rounds to 6.99999952: the last entry is lastTime itself.
+        {{0, 7, 6}, "3 0..7 rate 0 0 6 7"},
+    };
+    for (const auto& [times, expected] : cases) {
+        KynRwMemCache cache;
+        for (float time : times) ASSERT_NE(cache.allocSample(time, 0), nullptr) << time;
+        EXPECT_EQ(sampling(cache), expected);
+    }
+}
+
+TEST(AllocSample, PlacesGroupsAndKnowsWhenEverySampleIsBehindTheEnd) {
     KynRwMemCache cache;
-    EXPECT_EQ(cache.rwMode, 1);
-    fill(cache, {1});
+    KynGroupChunk* atOne = cache.allocSample(1, 0);
+    ASSERT_NE(atOne, nullptr);
+    EXPECT_EQ(atOne->header.tag, kTagSOBJ);
     EXPECT_TRUE(cache.modified);
     EXPECT_FALSE(cache.canAppend);  // the first sample of all is behind no end
     ASSERT_EQ(cache.meta.objects.size(), 1u);
     EXPECT_EQ(cache.meta.objects[0]->name, "");
-    fill(cache, {2, 3});
-    EXPECT_EQ(sampling(cache), "3 1..3 rate 1");
-    EXPECT_TRUE(cache.canAppend);
-    fill(cache, {5});
-    EXPECT_EQ(sampling(cache), "4 1..5 rate 0 1 2 3 5");
-
-    KynRwMemCache half;
-    fill(half, {1, 1.5f});  // the second sample sets the rate
-    EXPECT_EQ(sampling(half), "2 1..1.5 rate 2");
-}
-
-TEST(AllocSample, SameTimeAndObjectGiveTheSameGroupAnotherObjectItsOwn) {
-    KynRwMemCache cache;
-    KynGroupChunk* first = cache.allocSample(1, 0);
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(first->header.tag, kTagSOBJ);
-    EXPECT_EQ(cache.allocSample(1, 0), first);
+    EXPECT_EQ(cache.allocSample(1, 0), atOne);
     KynGroupChunk* other = cache.allocSample(1, 1);
-    EXPECT_NE(other, first);
+    EXPECT_NE(other, atOne);
     EXPECT_EQ(cache.getSample(0, 1), other);
     EXPECT_EQ(sampling(cache), "1 1..1 rate 1");
-}
-
-TEST(AllocSample, InFrontOrBetweenMovesTheSamplesBehindOnePlace) {
-    KynRwMemCache oneStep;
-    fill(oneStep, {1, 2, 3});
-    KynGroupChunk* atOne = oneStep.getSample(0, 0);
-    KynGroupChunk* atZero = oneStep.allocSample(0, 0);
-    EXPECT_EQ(sampling(oneStep), "4 0..3 rate 1");  // one step in front stays uniform
-    EXPECT_EQ(oneStep.getSample(0, 0), atZero);
-    EXPECT_EQ(oneStep.getSample(1, 0), atOne);
-    EXPECT_FALSE(oneStep.canAppend);
-
-    KynRwMemCache halfStep;
-    fill(halfStep, {1, 2, 3, 0.5f});
-    EXPECT_EQ(sampling(halfStep), "4 0.5..3 rate 0 0.5 1 2 3");
-
-    KynRwMemCache between;
-    fill(between, {1, 2, 3});
-    KynGroupChunk* atThree = between.getSample(2, 0);
-    KynGroupChunk* middle = between.allocSample(2.5f, 0);
-    EXPECT_EQ(sampling(between), "4 1..3 rate 0 1 2 2.5 3");
-    EXPECT_EQ(between.getSample(2, 0), middle);
-    EXPECT_EQ(between.getSample(3, 0), atThree);
-    fill(between, {4});  // the last call decides
-    EXPECT_TRUE(between.canAppend);
-
-    KynRwMemCache tiny;  // (least - 0) / 7 rounds to 0 in the uniform lookup
-    fill(tiny, {0, 7, kLeast});
-    EXPECT_EQ(sampling(tiny), "3 0..7 rate 0 0 1.40129846e-45 7");
-}
-
-TEST(AllocSample, AStepWhoseRateIsNoNormalFloatKeepsExactTimes) {
-    KynRwMemCache tiny;  // the rate would be infinite
-    fill(tiny, {0, kLeast});
-    EXPECT_EQ(sampling(tiny), "2 0..1.40129846e-45 rate 0 0 1.40129846e-45");
-
-    KynRwMemCache huge;  // the rate would be subnormal, too coarse to give 9 back
-    fill(huge, {-3e38f, 9});
-    EXPECT_EQ(sampling(huge), "2 -3.00000001e+38..9 rate 0 -3.00000001e+38 9");
+    fill(cache, {2, 3});
+    EXPECT_TRUE(cache.canAppend);
+    // In front or between, the samples behind move one place.
+    KynGroupChunk* atZero = cache.allocSample(0, 0);
+    EXPECT_EQ(cache.getSample(0, 0), atZero);
+    EXPECT_EQ(cache.getSample(1, 0), atOne);
+    EXPECT_FALSE(cache.canAppend);
+    KynGroupChunk* atThree = cache.getSample(3, 0);
+    KynGroupChunk* middle = cache.allocSample(2.5f, 0);
+    EXPECT_EQ(cache.getSample(3, 0), middle);
+    EXPECT_EQ(cache.getSample(4, 0), atThree);
+    fill(cache, {4});  // the last call decides
+    EXPECT_TRUE(cache.canAppend);
 }
 
 TEST(AllocSample, RefusesTimesOutsideTheArithmeticAndChangesNothing) {
@@ -111,7 +93,6 @@ TEST(AllocSample, RefusesTimesOutsideTheArithmeticAndChangesNothing) {
     EXPECT_EQ(cache.allocSample(1, -1), nullptr);
     EXPECT_FALSE(cache.modified);
     EXPECT_TRUE(cache.meta.objects.empty());
-
     fill(cache, {-3e38f});
     cache.modified = false;
     EXPECT_EQ(cache.allocSample(3e38f, 2), nullptr);  // the distance overflows
@@ -120,23 +101,18 @@ TEST(AllocSample, RefusesTimesOutsideTheArithmeticAndChangesNothing) {
     EXPECT_EQ(sampling(cache), "1 -3.00000001e+38..-3.00000001e+38 rate 1");
 }
 
-TEST(Edits, SetNameMakesNamelessObjectsAndIgnoresThePresentName) {
+TEST(Edits, NamesIgnoreThePresentNameAndAttributesAnswerFalseForBadIndices) {
     KynRwMemCache cache;
     cache.setName(2, "|c");
     ASSERT_EQ(cache.meta.objects.size(), 3u);
     EXPECT_EQ(cache.meta.objects[1]->name, "");
-    EXPECT_EQ(cache.meta.objects[2]->name, "|c");
     EXPECT_TRUE(cache.modified);
     cache.modified = false;
     cache.setName(2, "|c");
     EXPECT_FALSE(cache.modified);
     cache.setName(2, "|d");
     EXPECT_TRUE(cache.modified);
-}
 
-TEST(Edits, AttributesAnswerFalseForBadIndicesWithoutThrowingOrPrinting) {
-    KynRwMemCache cache;
-    cache.setName(1, "|b");
     cache.meta.objects[1]->datr = new KynDATRChunk();
     cache.meta.objects[1]->datr->addAttr(true, "speed", "float", kTypeFloat, 0, 0);
     cache.modified = false;
@@ -148,7 +124,6 @@ TEST(Edits, AttributesAnswerFalseForBadIndicesWithoutThrowingOrPrinting) {
     EXPECT_TRUE(cache.setAttrType(1, 0, "double"));
     EXPECT_EQ(cache.meta.objects[1]->datr->getAttrName(0), "velocity");
     EXPECT_EQ(cache.meta.objects[1]->datr->getAttrType(0), "double");
-
     kyntest_support::Capture out(std::cout);
     EXPECT_NO_THROW(EXPECT_FALSE(cache.setAttrName(1, 1, "y")));
     EXPECT_NO_THROW(EXPECT_FALSE(cache.setAttrType(1, -1, "y")));
@@ -165,7 +140,6 @@ TEST(Edits, ShiftMovesAUniformRangeButOnlyTheTableOfANonUniformOne) {
     uniform.shiftFirstTimeTo(kInf);
     EXPECT_EQ(sampling(uniform), "4 10..13 rate 1");
     EXPECT_FALSE(uniform.modified);
-
     KynRwMemCache nonUniform;
     fill(nonUniform, {1, 2, 4});
     nonUniform.modified = false;
@@ -180,7 +154,6 @@ TEST(Edits, SamplingConvertsToUniformOnlyForOneExactRisingStep) {
     uneven.modified = false;
     EXPECT_FALSE(uneven.convertToUniformSampling());
     EXPECT_EQ(sampling(uneven), "3 0..3 rate 0 0 1 3");
-
     KynRwMemCache even;
     fill(even, {0, 2, 4});
     even.modified = false;
@@ -193,19 +166,14 @@ TEST(Edits, SamplingConvertsToUniformOnlyForOneExactRisingStep) {
     even.sampleTimes = {4, 2, 0};
     even.meta.rate = 0;
     EXPECT_FALSE(even.convertToUniformSampling());  // a falling step has no usable rate
-
     KynRwMemCache single;
     fill(single, {5});
     single.convertToNonUniformSampling();
     EXPECT_TRUE(single.convertToUniformSampling());
     EXPECT_EQ(sampling(single), "1 5..5 rate 1");
-
-    KynRwMemCache seventh;  // 1 / (1/7) rounds to 6.99999952: the last entry is lastTime
-    fill(seventh, {0, 7, 6});
-    EXPECT_EQ(sampling(seventh), "3 0..7 rate 0 0 6 7");
 }
 
-TEST(Edits, TruncateKeepsTheSampleAtOrFirstAfterTheTime) {
+TEST(Edits, TruncateKeepsTheSampleAtOrFirstAfterTheTimeAndEmptiesBeforeTheFirst) {
     KynRwMemCache cache;
     fill(cache, {1, 2, 3, 4});
     KynGroupChunk* atThree = cache.getSample(2, 0);
@@ -220,23 +188,17 @@ TEST(Edits, TruncateKeepsTheSampleAtOrFirstAfterTheTime) {
     EXPECT_EQ(cache.getSample(2, 0), atThree);
     EXPECT_TRUE(cache.modified);
     EXPECT_FALSE(cache.canAppend);
-
     KynRwMemCache nonUniform;
     fill(nonUniform, {1, 2, 4, 5});
     nonUniform.truncate(3);  // 4 is the first sample after 3, and stays
     EXPECT_EQ(sampling(nonUniform), "3 1..4 rate 0 1 2 4");
-}
-
-TEST(Edits, TruncateBeforeTheFirstSampleEmptiesButStaysBound) {
-    KynRwMemCache cache;
-    fill(cache, {1, 2, 3});
+    // Before the first sample the cache empties but stays bound to its file.
     cache.fileName = "bound.kyn";
     cache.keepOpen = false;
     cache.modified = false;
     cache.truncate(0);
     EXPECT_EQ(cache.meta.numSamples, 0);
-    EXPECT_TRUE(cache.meta.objects.empty());
-    EXPECT_TRUE(cache.samples.empty());
+    EXPECT_TRUE(cache.meta.objects.empty() && cache.samples.empty());
     EXPECT_EQ(cache.fileName, "bound.kyn");
     EXPECT_FALSE(cache.keepOpen);
     EXPECT_FALSE(cache.modified);  // the emptying path does not mark the cache

@@ -27,54 +27,45 @@ KynLeafChunk<T>* leaf(unsigned tag, const std::vector<T>& data, unsigned char di
 }
 
 void describeObjects(KynMETAChunk& meta) {
-    KynDOBJChunk* transform = meta.addDOBJ("|xf");
-    transform->children.push_back(leaf<int>(kTagXFRM, {}));
+    meta.addDOBJ("|xf")->children = {leaf<int>(kTagXFRM, {})};
     KynDOBJChunk* mesh = meta.addDOBJ("|xf|mesh");
-    mesh->children.push_back(leaf<int>(kTagMESH, {}));
-    mesh->children.push_back(leaf<int>(kTagPCNT, {4}));
-    mesh->children.push_back(leaf<int>(kTagPIDS, {0, 1, 2, 3}));
+    mesh->children = {leaf<int>(kTagMESH, {}), leaf<int>(kTagPCNT, {4}),
+                      leaf<int>(kTagPIDS, {0, 1, 2, 3})};
     mesh->datr = new KynDATRChunk();
     mesh->datr->addAttr(true, "mdShapeType", "int", kTypeInt32, 0, 1);
     mesh->datr->addAttr(false, "rmanP__Pref", "point[]", kTypeFloat, 1, 3);
     static_cast<KynLeafChunk<float>*>(mesh->datr->getStaticData(1))->data.assign(12, 0.5f);
-    KynDOBJChunk* curve = meta.addDOBJ("|curve");
-    curve->children.push_back(leaf<int>(kTagNRBC, {}));
-    curve->children.push_back(leaf<int>(kTagDEGR, {1}));
-    curve->children.push_back(new KynLeafChunk<std::string>(kTagFORM, {"kOpen"}));
-    curve->children.push_back(leaf<float>(kTagKNTU, {0, 1, 2}));
+    meta.addDOBJ("|curve")->children = {leaf<int>(kTagNRBC, {}), leaf<int>(kTagDEGR, {1}),
+                                        new KynLeafChunk<std::string>(kTagFORM, {"kOpen"}),
+                                        leaf<float>(kTagKNTU, {0, 1, 2})};
     KynDOBJChunk* system = meta.addDOBJ("|system");
-    system->children.push_back(leaf<int>(kTagLXCS, {}));
+    system->children = {leaf<int>(kTagLXCS, {})};
     system->datr = new KynDATRChunk();
     system->datr->addAttr(false, "displayShape", "int", kTypeInt32, 0, 1);
     static_cast<KynLeafChunk<int>*>(system->datr->getStaticData(0))->data = {3};
-    KynDOBJChunk* surface = meta.addDOBJ("|surface");
-    surface->children.push_back(leaf<int>(kTagNRBS, {}));
-    surface->children.push_back(leaf<int>(kTagDEGR, {1, 1}));
-    surface->children.push_back(new KynLeafChunk<std::string>(kTagFORM, {"kOpen", "kPeriodic"}));
-    surface->children.push_back(leaf<float>(kTagKNTU, {0, 1}));
-    surface->children.push_back(leaf<double>(kTagKNTV, {0, 1, 2}));
-    surface->children.push_back(leaf<float>(kTagPOSI, std::vector<float>(12, 1.0f), 3));
-    KynDOBJChunk* locator = meta.addDOBJ("|locator");
-    locator->children.push_back(leaf<int>(kTagELOC, {}));
-    locator->children.push_back(leaf<double>(kTagBBOX, {0, 0, 0, 1, 1, 1}));
+    meta.addDOBJ("|surface")->children = {
+        leaf<int>(kTagNRBS, {}),
+        leaf<int>(kTagDEGR, {1, 1}),
+        new KynLeafChunk<std::string>(kTagFORM, {"kOpen", "kPeriodic"}),
+        leaf<float>(kTagKNTU, {0, 1}),
+        leaf<double>(kTagKNTV, {0, 1, 2}),
+        leaf<float>(kTagPOSI, std::vector<float>(12, 1.0f), 3)};
+    meta.addDOBJ("|locator")->children = {leaf<int>(kTagELOC, {}),
+                                          leaf<double>(kTagBBOX, {0, 0, 0, 1, 1, 1})};
 }
 
 // The animated chunks of every object at sample `s`.
 void writeSample(KynFile& file, KynSAMSChunk& sams, int s, const float* time) {
     ASSERT_TRUE(sams.writeStartSAMPChunk(file, 6, time));
-    KynGroupChunk transform(kTagSOBJ);
-    std::vector<float> matrix = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, float(s), 0, 0, 1};
-    transform.children.push_back(leaf<float>(kTagMTRX, matrix, 16));
-    ASSERT_TRUE(sams.writeSOBJChunk(file, &transform));
-    KynGroupChunk mesh(kTagSOBJ);
-    mesh.children.push_back(leaf<float>(kTagPOSI, std::vector<float>(12, float(s)), 3));
+    KynGroupChunk transform(kTagSOBJ), mesh(kTagSOBJ), curve(kTagSOBJ);
+    transform.children = {
+        leaf<float>(kTagMTRX, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, float(s), 0, 0, 1}, 16)};
     auto* values = new KynGroupChunk(kTagATRS);
-    values->children.push_back(leaf<int>(kTagATTR, {s % 2}));
-    mesh.children.push_back(values);
-    ASSERT_TRUE(sams.writeSOBJChunk(file, &mesh));
-    KynGroupChunk curve(kTagSOBJ);
-    curve.children.push_back(leaf<float>(kTagPOSI, std::vector<float>(9, float(s)), 3));
-    ASSERT_TRUE(sams.writeSOBJChunk(file, &curve));
+    values->children = {leaf<int>(kTagATTR, {s % 2})};
+    mesh.children = {leaf<float>(kTagPOSI, std::vector<float>(12, float(s)), 3), values};
+    curve.children = {leaf<float>(kTagPOSI, std::vector<float>(9, float(s)), 3)};
+    for (KynGroupChunk* sobj : {&transform, &mesh, &curve})
+        ASSERT_TRUE(sams.writeSOBJChunk(file, sobj));
     for (int empty = 0; empty < 3; ++empty) {  // the coordinate system, surface and locator
         ASSERT_TRUE(sams.writeStartSOBJChunk(file));
         ASSERT_TRUE(sams.writeEndSOBJChunk(file));
@@ -132,8 +123,13 @@ class DamagedCachesTest : public ::testing::TestWithParam<bool> {
 
 }  // namespace
 
-TEST_P(DamagedCachesTest, TheIntactFileLoadsAndEveryViewReadsIt) {
-    Bytes bytes = writeFile(GetParam());
+TEST_P(DamagedCachesTest, CutAtEveryByte) {
+    const Bytes bytes = writeFile(GetParam());
+    for (std::size_t size = 0; size < bytes.size(); ++size) {
+        // The samples lie behind the tables: a file cut among them still loads.
+        examine(Bytes(bytes.begin(), bytes.begin() + size), "cut at " + std::to_string(size));
+    }
+    // The intact file loads and every view reads it.
     ASSERT_TRUE(examine(bytes, "the intact file"));
     KynRoMemCache cache;
     ASSERT_TRUE(cache.load(path.c_str(), true));
@@ -143,14 +139,6 @@ TEST_P(DamagedCachesTest, TheIntactFileLoadsAndEveryViewReadsIt) {
         cache.getSampleDataAtTime<float>(cache.getSampleTime(2), 1, kTagPOSI, nullptr);
     ASSERT_NE(positions, nullptr);
     EXPECT_EQ(*positions, std::vector<float>(12, 2.0f));
-}
-
-TEST_P(DamagedCachesTest, CutAtEveryByte) {
-    const Bytes bytes = writeFile(GetParam());
-    for (std::size_t size = 0; size < bytes.size(); ++size) {
-        // The samples lie behind the tables: a file cut among them still loads.
-        examine(Bytes(bytes.begin(), bytes.begin() + size), "cut at " + std::to_string(size));
-    }
 }
 
 TEST_P(DamagedCachesTest, EightBytesAtEveryOffsetSetToExtremes) {

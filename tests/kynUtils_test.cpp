@@ -10,18 +10,23 @@ using namespace kyntest_support;
 
 namespace {
 
+using Lines = std::vector<std::string>;
+
 struct DumpResult {
     int result;
-    std::vector<std::string> out;
+    Lines out;
     std::string err;
+    std::streamsize precision;  // what the dump left on the stream
 };
 
 DumpResult dump(const std::string& path) {
     Capture out(std::cout);
     Capture err(std::cerr);
-    int result = kyn2txt(path.c_str());
     std::cout.precision(6);
-    return {result, out.lines(), err.str()};
+    const int result = kyn2txt(path.c_str());
+    const std::streamsize precision = std::cout.precision();
+    std::cout.precision(6);
+    return {result, out.lines(), err.str(), precision};
 }
 
 // The utility error form ends in the message: "<utility> at <path>:<line> Error <message>".
@@ -32,17 +37,11 @@ void expectUtilityError(const std::string& text, const std::string& utility,
     EXPECT_NE(text.find(" Error " + message + "\n"), std::string::npos) << text;
 }
 
-}  // namespace
-
-TEST(Kyn2txt, DumpsTheWorkedFileLineForLine) {
-    std::string path = scratchPath("worked.kyn");
-    writeWorkedFile(path);
-    DumpResult d = dump(path);
-    EXPECT_EQ(d.result, 0);
-    EXPECT_EQ(d.err, "");
+// The dump of the worked file.
+Lines workedDump() {
     std::string reserve;
     for (int i = 0; i < 16; ++i) reserve += std::string(1, '\0') + " ";
-    const std::vector<std::string> expected = {
+    return {
         "DKYN int64 (8) : 2 ",
         "META group (212) : ",
         ". WAPP cstr (4) : app ",
@@ -67,40 +66,48 @@ TEST(Kyn2txt, DumpsTheWorkedFileLineForLine) {
         ". . SOBJ group (28) : #0",
         ". . . POSI float (12) : 1 1 1 ",
     };
-    EXPECT_EQ(d.out, expected);
 }
 
-TEST(Kyn2txt, LeavesFloatPrecisionSetOnTheStream) {
-    std::string path = scratchPath("worked.kyn");
+}  // namespace
+
+// The dump leaves a float precision of 8 set on the stream.
+TEST(Kyn2txt, DumpsTheWorkedFileLineForLine) {
+    const std::string path = scratchPath("worked.kyn");
     writeWorkedFile(path);
-    Capture out(std::cout);
-    std::cout.precision(6);
-    ASSERT_EQ(kyn2txt(path.c_str()), 0);
-    EXPECT_EQ(std::cout.precision(), 8);
-    std::cout.precision(6);
+    const DumpResult d = dump(path);
+    EXPECT_EQ(d.result, 0);
+    EXPECT_EQ(d.err, "");
+    EXPECT_EQ(d.out, workedDump());
+    EXPECT_EQ(d.precision, 8);
+
+    // A cut inside the payload of the last "POSI" keeps what was printed.
+    std::vector<unsigned char> bytes = readBytes(path);
+    bytes.resize(494);
+    writeBytes(path, bytes);
+    const DumpResult cut = dump(path);
+    EXPECT_EQ(cut.result, -1);
+    const Lines expected = workedDump();
+    EXPECT_EQ(cut.out, Lines(expected.begin(), expected.end() - 1));
+    expectUtilityError(cut.err, "kyn2txt", path + ": error reading leaf chunk");
 }
 
-TEST(Kyn2txt, OnlyTheMagicChunkIsOneLine) {
-    std::string path = scratchPath("magic.kyn");
-    std::vector<unsigned char> bytes = {'D', 'K', 'Y', 'N', 5, 0, 0, 0, 8, 0, 0, 0,
-                                        0,   0,   0,   0,   2, 0, 0, 0, 0, 0, 0, 0};
-    writeBytes(path, bytes);
+TEST(Kyn2txt, OnlyTheMagicChunkIsOneLineAndOtherFilesAreNotCaches) {
+    const std::string path = scratchPath("magic.kyn");
+    writeBytes(path,
+               {'D', 'K', 'Y', 'N', 5, 0, 0, 0, 8, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0});
     DumpResult d = dump(path);
     EXPECT_EQ(d.result, 0);
-    EXPECT_EQ(d.out, std::vector<std::string>{"DKYN int64 (8) : 2 "});
-}
+    EXPECT_EQ(d.out, Lines{"DKYN int64 (8) : 2 "});
 
-TEST(Kyn2txt, ReportsFilesThatAreNotCachesWithoutPrinting) {
-    std::string path = scratchPath("text.txt");
     writeBytes(path, {'h', 'e', 'l', 'l', 'o'});
-    DumpResult d = dump(path);
+    d = dump(path);
     EXPECT_EQ(d.result, -1);
     EXPECT_TRUE(d.out.empty());
     expectUtilityError(d.err, "kyn2txt", path + ": is not a valid KYN file");
 }
 
 TEST(Kyn2txt, ObjectCountOfTheLastSampleMustMatchTheMetadata) {
-    std::string path = scratchPath("mismatch.kyn");
+    const std::string path = scratchPath("mismatch.kyn");
     KynFile file;
     ASSERT_TRUE(file.open(path.c_str(), "w"));
     KynDKYNChunk().write(file);
@@ -110,15 +117,10 @@ TEST(Kyn2txt, ObjectCountOfTheLastSampleMustMatchTheMetadata) {
     meta.addDOBJ("b");
     ASSERT_TRUE(meta.write(file));
     KynSAMSChunk sams;
-    ASSERT_TRUE(sams.writeStart(file, 1, 0, false));
-    ASSERT_TRUE(sams.writeStartSAMPChunk(file, 1, nullptr));
-    ASSERT_TRUE(sams.writeStartSOBJChunk(file));
-    ASSERT_TRUE(sams.writeEndSOBJChunk(file));
-    ASSERT_TRUE(sams.writeEndSAMPChunk(file));
-    ASSERT_TRUE(sams.writeEnd(file));
-    ASSERT_TRUE(file.close());
-
-    DumpResult d = dump(path);
+    ASSERT_TRUE(sams.writeStart(file, 1, 0, false) && sams.writeStartSAMPChunk(file, 1, nullptr));
+    ASSERT_TRUE(sams.writeStartSOBJChunk(file) && sams.writeEndSOBJChunk(file));
+    ASSERT_TRUE(sams.writeEndSAMPChunk(file) && sams.writeEnd(file) && file.close());
+    const DumpResult d = dump(path);
     EXPECT_EQ(d.result, -1);
     ASSERT_FALSE(d.out.empty());
     // An empty "SOBJ" closes its parents at its header: the next line moves out two levels.
@@ -126,29 +128,15 @@ TEST(Kyn2txt, ObjectCountOfTheLastSampleMustMatchTheMetadata) {
     expectUtilityError(d.err, "kyn2txt", "Number of SOBJ not match number of DOBJ");
 }
 
-TEST(Kyn2txt, ACutInsideALeafPayloadKeepsWhatWasPrinted) {
-    std::string path = scratchPath("cut.kyn");
-    writeWorkedFile(path);
-    std::vector<unsigned char> bytes = readBytes(path);
-    bytes.resize(494);  // inside the payload of the last "POSI"
-    writeBytes(path, bytes);
-    DumpResult d = dump(path);
-    EXPECT_EQ(d.result, -1);
-    EXPECT_EQ(d.out.size(), 22u);
-    expectUtilityError(d.err, "kyn2txt", path + ": error reading leaf chunk");
-}
-
 TEST(Kyntest, WritesTheFixedFileIdenticallyEveryTime) {
-    std::string first = scratchPath("first.kyn");
-    std::string second = scratchPath("second.kyn");
+    const std::string first = scratchPath("first.kyn"), second = scratchPath("second.kyn");
     ASSERT_EQ(kyntest(first.c_str()), 0);
     ASSERT_EQ(kyntest(second.c_str()), 0);
     EXPECT_TRUE(KynFile::isKynFile(first.c_str()));
     EXPECT_EQ(readBytes(first), readBytes(second));
-
-    DumpResult d = dump(first);
+    const DumpResult d = dump(first);
     EXPECT_EQ(d.result, 0);
-    const std::vector<std::string> expected = {
+    const Lines head = {
         "DKYN int64 (8) : 1 ",      "META group (176) : ",
         ". NSAM int64 (8) : 0 ",    ". SPAC int64 (8) : 0 ",
         ". NOBJ int64 (8) : 2 ",    ". DOBJ group (20) : #0",
@@ -156,9 +144,7 @@ TEST(Kyntest, WritesTheFixedFileIdenticallyEveryTime) {
         ". . NAME cstr (4) : bar ", ". ABCD cstr (16) : aaa bbb ccc ddd ",
         "SAMS group (312) : ",      ". JSAM int64 (8) : 288 ",
     };
-    ASSERT_GE(d.out.size(), expected.size() + 9);
-    EXPECT_EQ(std::vector<std::string>(d.out.begin(), d.out.begin() + 12), expected);
-    const std::vector<std::string> samples = {
+    const Lines samples = {
         ". SAMP group (240) : #0",
         ". . JOBJ int64 (16) : 336 416 ",
         ". . SOBJ group (64) : #0",
@@ -168,10 +154,10 @@ TEST(Kyntest, WritesTheFixedFileIdenticallyEveryTime) {
         ". . . POSI float (40) : 0 3 6 9 12 15 18 21 24 27 ",
         ". . . VELO float (40) : 0 4 8 12 16 20 24 28 32 36 ",
     };
-    EXPECT_EQ(std::vector<std::string>(d.out.begin() + 13, d.out.end()), samples);
-}
+    ASSERT_GE(d.out.size(), head.size() + 9);
+    EXPECT_EQ(Lines(d.out.begin(), d.out.begin() + 12), head);
+    EXPECT_EQ(Lines(d.out.begin() + 13, d.out.end()), samples);
 
-TEST(Kyntest, ReportsAPathThatCannotBeOpened) {
     Capture err(std::cerr);
     EXPECT_EQ(kyntest("/nonexistent-directory/x.kyn"), -1);
     expectUtilityError(err.str(), "kyntest", "opening file");
