@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <ostream>
 
 #include "KynHelper.h"
 #include "ViewFiles.h"
@@ -20,7 +21,15 @@ struct Pick {
     bool blend;
     Ints indices;
     Floats times;
+    bool operator==(const Pick& o) const {
+        return blend == o.blend && indices == o.indices && times == o.times;
+    }
 };
+
+std::ostream& operator<<(std::ostream& out, const Pick& p) {
+    return out << (p.blend ? "blend " : "no blend ") << ::testing::PrintToString(p.indices) << " "
+               << ::testing::PrintToString(p.times);
+}
 
 Pick pick(KynHelperObj& view, float time, int order) {
     KynInterpolationHints hints{order};
@@ -85,27 +94,23 @@ TEST_F(EvalUniformTen, PickedRunsStartAtTheSampleBeforeAndShiftBackAtTheEnd) {
     }
 }
 
+// Order 0 and negative orders hold; orders above 3 pick a run but are not blended.
 TEST_F(EvalUniformTen, HoldAndHighOrdersUseTheFirstEntryWhichTheEndShiftStillMoves) {
-    Pick hold = pick(view, 4.5f, 0);
-    EXPECT_TRUE(hold.blend);
-    EXPECT_EQ(hold.indices, Ints{3});
-    EXPECT_EQ(hold.times, Floats{4});
+    EXPECT_EQ(pick(view, 4.5f, 0), (Pick{true, {3}, {4}}));
     EXPECT_EQ(pick(view, 3.5f, 5).indices, (Ints{2, 3, 4, 5, 6, 7}));
     EXPECT_EQ(pick(view, 7.5f, 5).indices, (Ints{4, 5, 6, 7, 8, 9}));
-    // Order 5 is not blended: it reads sample 4 although the time lies after sample 6.
+    // Order 5 reads sample 4 although the time lies after sample 6.
     EXPECT_EQ(positionsAt(view, 7.5f, 5), (Floats{5, 25, 95}));
-    // A negative order holds like 0.
     EXPECT_EQ(pick(view, 4.5f, -3).indices, Ints{3});
     EXPECT_EQ(positionsAt(view, 4.5f, -1), (Floats{4, 16, 96}));
 }
 
 TEST_F(EvalUniformTen, WhatTheOutputHeldBeforeHasNoPartInTheResult) {
+    State freshState, reusedState;
+    int freshDimension = 0, reusedDimension = 0;
     for (int order : {0, 1, 2, 3}) {
         KynInterpolationHints hints{order};
-        Floats fresh;
-        Floats reused(50, 42.0f);
-        State freshState, reusedState;
-        int freshDimension = 0, reusedDimension = 0;
+        Floats fresh, reused(50, 42.0f);
         ASSERT_TRUE(view.getPositionAtTime(4.5f, hints, fresh, freshState, freshDimension));
         ASSERT_TRUE(view.getPositionAtTime(4.5f, hints, reused, reusedState, reusedDimension));
         EXPECT_EQ(reused, fresh) << "order " << order;
@@ -115,35 +120,29 @@ TEST_F(EvalUniformTen, WhatTheOutputHeldBeforeHasNoPartInTheResult) {
     // A failed read empties a vector that held more than any result would.
     KynInterpolationHints hints{1};
     Floats out(50, 42.0f);
-    State state;
-    int dimension = 0;
-    EXPECT_FALSE(view.getPositionAtTime(0.5f, hints, out, state, dimension));
+    EXPECT_FALSE(view.getPositionAtTime(0.5f, hints, out, freshState, freshDimension));
     EXPECT_TRUE(out.empty());
 }
 
+// A time just after a sample snaps to it, unblended; just before the next one it does not.
 TEST_F(EvalUniformTen, TheToleranceLooksForwardFromTheSampleOnly) {
-    Pick on = pick(view, 3.0005f, 3);
+    const Pick on = pick(view, 3.0005f, 3);
     EXPECT_FALSE(on.blend);
     EXPECT_EQ(on.indices[0], 2);
     EXPECT_EQ(on.times[0], 3.0005f);
     EXPECT_EQ(positionsAt(view, 3.0005f, 3), (Floats{3, 9, 97}));  // sample 2 unblended
-
-    Pick before = pick(view, 3.9995f, 1);  // just short of sample 3: blended, not snapped
-    EXPECT_TRUE(before.blend);
-    EXPECT_EQ(before.indices, (Ints{2, 3}));
+    EXPECT_EQ(pick(view, 3.9995f, 1), (Pick{true, {2, 3}, {3, 4}}));
     EXPECT_TRUE(pick(view, 3.0015f, 1).blend);
 }
 
 TEST_F(EvalUniformTen, EachOrderBlendsWithItsOwnWeights) {
     State state = KynHelperObj::kStatic;
-    Floats linear = positionsAt(view, 4.25f, 1, true, &state);
-    EXPECT_FLOAT_EQ(linear[1], 16 * 0.75f + 25 * 0.25f);
+    EXPECT_FLOAT_EQ(positionsAt(view, 4.25f, 1, true, &state)[1], 16 * 0.75f + 25 * 0.25f);
     EXPECT_EQ(state, KynHelperObj::kAnimated);
     // The quadratic is a true parabola through its three samples, so t * t comes back, also
     // from the run shifted back at the end.
     EXPECT_FLOAT_EQ(positionsAt(view, 4.5f, 2)[1], 20.25f);
     EXPECT_FLOAT_EQ(positionsAt(view, 9.5f, 2)[1], 90.25f);
-
     // Halfway in mid-clip the cubic runs at f = -0.5 over samples 2 to 5; "w" shows the weight
     // of sample k at position k % 4.
     KynInterpolationHints cubic{3};
@@ -154,14 +153,8 @@ TEST_F(EvalUniformTen, EachOrderBlendsWithItsOwnWeights) {
 }
 
 TEST_F(EvalUniformTen, TimesPastTheEndClampAndTimesBeforeTheStartReachStaticDataOnly) {
-    Pick past = pick(view, 10.5f, 2);
-    EXPECT_FALSE(past.blend);
-    EXPECT_EQ(past.indices, (Ints{9, 9, 9}));
-    EXPECT_EQ(past.times, (Floats{10, 10, 10}));
-    Pick early = pick(view, 0.5f, 1);
-    EXPECT_FALSE(early.blend);
-    EXPECT_EQ(early.indices, (Ints{-1, -1}));
-    EXPECT_EQ(early.times, (Floats{0.5f, 0.5f}));
+    EXPECT_EQ(pick(view, 10.5f, 2), (Pick{false, {9, 9, 9}, {10, 10, 10}}));
+    EXPECT_EQ(pick(view, 0.5f, 1), (Pick{false, {-1, -1}, {0.5f, 0.5f}}));
     State state = KynHelperObj::kAnimated;
     EXPECT_TRUE(positionsAt(view, 0.5f, 1, false, &state).empty());
     EXPECT_EQ(state, KynHelperObj::kStatic);
@@ -170,10 +163,7 @@ TEST_F(EvalUniformTen, TimesPastTheEndClampAndTimesBeforeTheStartReachStaticData
     late.addObject("|o");
     late.meta.lastTime = 3.4f;  // past the last sample, still rounding to three samples
     ASSERT_TRUE(cache.load(late.write("late.kyn").c_str(), true));
-    Pick clamped = pick(view, 3.4f, 1);
-    EXPECT_FALSE(clamped.blend);
-    EXPECT_EQ(clamped.indices, (Ints{2, 2}));
-    EXPECT_EQ(clamped.times, (Floats{3.4f, 3.4f}));
+    EXPECT_EQ(pick(view, 3.4f, 1), (Pick{false, {2, 2}, {3.4f, 3.4f}}));
 }
 
 TEST(EvalNonUniform, RunsStartBehindTheTimeAndExtrapolateBackwards) {
@@ -191,12 +181,10 @@ TEST(EvalNonUniform, RunsStartBehindTheTimeAndExtrapolateBackwards) {
     EXPECT_FALSE(std::isfinite(positionsAt(view, 6, 1)[0]));
 
     // The tolerance looks backward here: just before a sample snaps to it, just after does not.
-    Pick before = pick(view, 3.9995f, 1);
+    const Pick before = pick(view, 3.9995f, 1);
     EXPECT_FALSE(before.blend);
     EXPECT_EQ(before.indices[0], 2);
-    Pick after = pick(view, 4.0005f, 1);
-    EXPECT_TRUE(after.blend);
-    EXPECT_EQ(after.indices, (Ints{3, 3}));
+    EXPECT_EQ(pick(view, 4.0005f, 1), (Pick{true, {3, 3}, {8, 8}}));
 }
 
 TEST(EvalTimeFraction, FractionInSampleUnitsKeepsTheSign) {
@@ -254,6 +242,8 @@ class EvalStorage : public ::testing::Test {
     State state = KynHelperObj::kAnimated;
 };
 
+// Positions blend only when stored as float: double ones read at a sample or on hold only.
+// Attributes blend only when stored as double, and the plain read does not convert.
 TEST_F(EvalStorage, DoublePositionsAreReadableAtASampleButNotBetweenSamples) {
     using Doubles = std::vector<double>;
     GeometryKynObj view(&cache, 0);
@@ -264,7 +254,6 @@ TEST_F(EvalStorage, DoublePositionsAreReadableAtASampleButNotBetweenSamples) {
     EXPECT_EQ(state, KynHelperObj::kStatic);
     EXPECT_EQ(positionsAt<double>(view, 1.5f, 0), (Doubles{1, 2, 3}));  // hold converts
 
-    // Attributes blend only when stored as double, and the plain read does not convert.
     KynInterpolationHints hints{1};
     Doubles out;
     int dimension = 0;
@@ -272,19 +261,19 @@ TEST_F(EvalStorage, DoublePositionsAreReadableAtASampleButNotBetweenSamples) {
     EXPECT_FALSE(view.getAttrAtTime(2, 0, hints, out, dimension));
 }
 
-TEST_F(EvalStorage, StaticDataBlendsToItselfAndStaysStatic) {
-    GeometryKynObj view(&cache, 1);
+// Static data blends to itself and stays static; blends take the length of the first sample and
+// refuse a shorter later one.
+TEST_F(EvalStorage, StaticDataAndUnevenSampleLengths) {
+    GeometryKynObj still(&cache, 1);
     for (int order : {1, 2, 3}) {
-        EXPECT_NEAR(positionsAt(view, 1.5f, order, true, &state).at(2), 0.3f, 1e-6f);
+        EXPECT_NEAR(positionsAt(still, 1.5f, order, true, &state).at(2), 0.3f, 1e-6f);
         EXPECT_EQ(state, KynHelperObj::kStatic);
     }
-    positionsAt(view, -4, 1);  // before the start the static chunk answers directly
-}
+    positionsAt(still, -4, 1);  // before the start the static chunk answers directly
 
-TEST_F(EvalStorage, BlendsTakeTheFirstLengthAndRefuseAShorterLaterSample) {
-    GeometryKynObj view(&cache, 2);
-    EXPECT_EQ(positionsAt(view, 1.5f, 1), (Floats{2, 2, 2}));
-    EXPECT_TRUE(positionsAt(view, 2.5f, 1, false, &state).empty());
+    GeometryKynObj uneven(&cache, 2);
+    EXPECT_EQ(positionsAt(uneven, 1.5f, 1), (Floats{2, 2, 2}));
+    EXPECT_TRUE(positionsAt(uneven, 2.5f, 1, false, &state).empty());
     EXPECT_EQ(state, KynHelperObj::kStatic);
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <iterator>
+#include <tuple>
 
 #include "KynHelper.h"
 #include "TestFiles.h"
@@ -75,7 +76,9 @@ TEST_F(MeshRows, TopologyRowsReadTheirOwnTagInPlaceOrAsACopy) {
     EXPECT_EQ(state, kStatic);
 }
 
-TEST_F(MeshRows, PointerReadsTakeTheStoredTypeAndCopiesConvert) {
+// Pointer reads hand out the stored vector only when its type is asked for; copies convert.
+// Dimension codes 0 and 2 both read as 3.
+TEST_F(MeshRows, PointerReadsTakeTheStoredTypeCopiesConvertAndDimensionCodes) {
     const Floats* floats = nullptr;
     const Doubles* doubles = nullptr;
     EXPECT_FALSE(mesh.getNormalData(0, floats, state));
@@ -86,20 +89,16 @@ TEST_F(MeshRows, PointerReadsTakeTheStoredTypeAndCopiesConvert) {
     EXPECT_FALSE(mesh.getVelocityData(1, floats, state));
 
     Floats narrow;
+    Doubles wide;
     ASSERT_TRUE(mesh.getNormals(0, narrow, state));
     EXPECT_EQ(narrow, (Floats{0.1f, 0.2f, 0.3f}));
     EXPECT_EQ(state, kStatic);
-    Doubles wide;
     ASSERT_TRUE(mesh.getFaceNormals(0, wide, state));
     EXPECT_EQ(wide, (Doubles{0, 0, 1}));
     ASSERT_TRUE(mesh.getVelocity(1, narrow, state));
     EXPECT_EQ(narrow, (Floats{2, 2, 2}));
     EXPECT_EQ(state, kAnimated);
-}
 
-TEST_F(MeshRows, DoublePositionsAndDimensionCodes) {
-    const Floats* floats = nullptr;
-    const Doubles* doubles = nullptr;
     int dimension = -1;
     EXPECT_FALSE(mesh.getPositionData(0, floats, state, dimension));
     EXPECT_EQ(state, kStatic);
@@ -107,12 +106,9 @@ TEST_F(MeshRows, DoublePositionsAndDimensionCodes) {
     ASSERT_TRUE(mesh.getPositionData(1, doubles, state, dimension));
     EXPECT_EQ(doubles->back(), 0.6);
     EXPECT_EQ(dimension, 3);  // code 0
-    Floats narrow;
     ASSERT_TRUE(mesh.getPosition(1, narrow, state, dimension));
     EXPECT_EQ(narrow, (Floats{0.4f, 0.5f, 0.6f}));
-
-    GeometryKynObj dims(&cache, 1);
-    ASSERT_TRUE(dims.getPositionData(0, floats, state, dimension));
+    ASSERT_TRUE(GeometryKynObj(&cache, 1).getPositionData(0, floats, state, dimension));
     EXPECT_EQ(dimension, 3);  // code 2
     state = kAnimated;
     ASSERT_TRUE(GeometryKynObj(&cache, 2).getPositionData(-1, floats, state, dimension));
@@ -150,6 +146,8 @@ class MeshPref : public ::testing::Test {
     int dimension = -1;
 };
 
+// The float search takes the first match and the double search the last, each stopping at the
+// first match of the other type.
 TEST_F(MeshPref, TheOrderOfTheAttributesDecidesWhichTwinAnswers) {
     Floats narrow;
     Doubles wide;
@@ -159,7 +157,6 @@ TEST_F(MeshPref, TheOrderOfTheAttributesDecidesWhichTwinAnswers) {
     ASSERT_TRUE(floatFirst.getPref(wide));
     EXPECT_EQ(narrow, (Floats{1, 1, 1}));
     EXPECT_EQ(wide, (Doubles{1, 1, 1}));
-
     // The double search finds the first velt_Pref, then stops at the float one, keeping its hit.
     MeshKynObj doubleFirst(&cache, 1);
     ASSERT_TRUE(doubleFirst.getPref(narrow));
@@ -167,27 +164,20 @@ TEST_F(MeshPref, TheOrderOfTheAttributesDecidesWhichTwinAnswers) {
     EXPECT_FALSE(doubleFirst.getPrefData(floats, dimension));  // its first match is double
     EXPECT_EQ(floats, nullptr);
 
-    Floats untouched{8};
-    EXPECT_FALSE(MeshKynObj(&cache, 4).getPref(untouched));
-    EXPECT_FALSE(MeshKynObj(&cache, 9).getPref(untouched));
-    EXPECT_FALSE(MeshKynObj(&cache, -2).getPref(untouched));
-    EXPECT_EQ(untouched, Floats{8});
-}
-
-TEST_F(MeshPref, DoublesTakeTheLastMatchAndFloatsTheFirst) {
-    GeometryKynObj twoDoubles(&cache, 2);
-    ASSERT_TRUE(twoDoubles.getPrefData(doubles, dimension));
+    ASSERT_TRUE(GeometryKynObj(&cache, 2).getPrefData(doubles, dimension));
     EXPECT_EQ(*doubles, (Doubles{4, 4, 4, 4}));
     EXPECT_EQ(dimension, 4);
-
-    GeometryKynObj twoFloats(&cache, 3);
-    ASSERT_TRUE(twoFloats.getPrefData(floats, dimension));
+    ASSERT_TRUE(GeometryKynObj(&cache, 3).getPrefData(floats, dimension));
     EXPECT_EQ(*floats, (Floats{5, 5}));  // the animated one, read at the first sample
     EXPECT_EQ(dimension, 2);             // code 2 kept by the float twin...
     ASSERT_TRUE(GeometryKynObj(&cache, 5).getPrefData(doubles, dimension));
     EXPECT_EQ(dimension, 3);  // ...and read as 3 by the double twin
     ASSERT_TRUE(GeometryKynObj(&cache, 0).getPrefData(floats, dimension));
     EXPECT_EQ(dimension, 3);  // code 0
+
+    Floats untouched{8};
+    for (int object : {4, 9, -2}) EXPECT_FALSE(MeshKynObj(&cache, object).getPref(untouched));
+    EXPECT_EQ(untouched, Floats{8});
 }
 
 TEST(MeshPrefWithoutSamples, StaticAttributesAreFoundAndAnimatedOnesAreNot) {
@@ -272,7 +262,8 @@ class ViewBounds : public ::testing::Test {
     State state = kStatic;
 };
 
-TEST_F(ViewBounds, StoredBoxesArePermutedByTheirElementType) {
+// Stored boxes are permuted by their element type; points give the box of their x, y, z.
+TEST_F(ViewBounds, StoredBoxesAndBoxesOfPoints) {
     EXPECT_EQ(box(0, 1, true), (Floats{1, 3, 5, 2, 4, 6}));
     EXPECT_EQ(state, kStatic);  // the static box shadows the points
     EXPECT_EQ(box(0, 0, false), (Floats{1, 2, 3, 4, 5, 6}));
@@ -283,9 +274,7 @@ TEST_F(ViewBounds, StoredBoxesArePermutedByTheirElementType) {
     // A short box fills only its first elements; a permuting copy stops at the first gap.
     EXPECT_EQ(box(2, 0, false), (Floats{1, 2, 3, 4, -1, -1}));
     EXPECT_EQ(box(2, 0, true), (Floats{1, 3, -1, -1, -1, -1}));
-}
 
-TEST_F(ViewBounds, PointsGiveTheBoxOfTheirXYZ) {
     EXPECT_EQ(box(4, 0, true), (Floats{-3, 2, -2, 1, 9, 4}));
     EXPECT_EQ(state, kAnimated);
     EXPECT_EQ(box(4, 0, false), (Floats{-3, 1, 2, 9, -2, 4}));
@@ -320,24 +309,14 @@ TEST(ViewCoordinateSystems, SettingsComeFromInt32AttributesOrDefaults) {
     file.addStaticAttr(o, "parentRig", Ints{5});
     KynRoMemCache cache;
     ASSERT_TRUE(cache.load(file.write("coords.kyn").c_str(), true));
-
-    for (int index : {0, 9, -1}) {
-        LxCoordSystemKynObj bare(&cache, index);
-        EXPECT_TRUE(bare.scoped());
-        EXPECT_TRUE(bare.useAsClippingPlane());
-        EXPECT_EQ(bare.displayShape(), 1);
-        EXPECT_EQ(bare.parentRig(), "");
-    }
-    LxCoordSystemKynObj set(&cache, 1);
-    EXPECT_FALSE(set.scoped());
-    EXPECT_TRUE(set.useAsClippingPlane());
-    EXPECT_EQ(set.displayShape(), 3);
-    EXPECT_EQ(set.parentRig(), "rig1");
-    LxCoordSystemKynObj mistyped(&cache, 2);
-    EXPECT_TRUE(mistyped.scoped());
-    EXPECT_TRUE(mistyped.useAsClippingPlane());
-    EXPECT_EQ(mistyped.displayShape(), 0);  // animated, read at sample 0
-    EXPECT_EQ(mistyped.parentRig(), "");
+    const auto settings = [&cache](int index) {
+        LxCoordSystemKynObj view(&cache, index);
+        return std::make_tuple(view.scoped(), view.useAsClippingPlane(), view.displayShape(),
+                               view.parentRig());
+    };
+    for (int index : {0, 9, -1}) EXPECT_EQ(settings(index), std::make_tuple(true, true, 1, ""));
+    EXPECT_EQ(settings(1), std::make_tuple(false, true, 3, "rig1"));
+    EXPECT_EQ(settings(2), std::make_tuple(true, true, 0, ""));  // displayShape at sample 0
 }
 
 }  // namespace

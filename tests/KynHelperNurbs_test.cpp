@@ -128,49 +128,45 @@ class NurbsViews : public ::testing::Test {
     KynRoMemCache cache;
     State state = KynHelperObj::kStatic;
     int dimension = 0;
+    Floats net;
+    Doubles wide;
 };
 
-TEST_F(NurbsViews, PeriodicDirectionsRepeatTheirFirstRows) {
-    Floats net;
+// The net is stored V fastest; reorder hands the same net out U fastest.
+TEST_F(NurbsViews, PeriodicDirectionsRepeatTheirFirstRowsInEitherOrder) {
     ASSERT_TRUE(surface(0).getControlPoints(0, net, state, false));
     ASSERT_EQ(net.size(), 8u * 4 * 4);
     EXPECT_EQ(component(net, 0), pattern({0, 1, 2, 3, 4, 0, 1, 2}, 4, 1));
     EXPECT_EQ(component(net, 1), pattern({0, 1, 2, 3}, 1, 8));
     EXPECT_EQ(component(net, 3), Floats(32, 1.0f));
     EXPECT_EQ(state, KynHelperObj::kAnimated);
+    ASSERT_TRUE(surface(0).getControlPoints(1, net, state, true));
+    EXPECT_EQ(component(net, 0), pattern({100, 101, 102, 103, 104, 100, 101, 102}, 1, 4));
+    EXPECT_EQ(component(net, 1), pattern({0, 1, 2, 3}, 8, 1));
 
     ASSERT_TRUE(surface(1).getControlPoints(-1, net, state, false));
     EXPECT_EQ(component(net, 0), pattern({0, 1, 2}, 6, 1));
     EXPECT_EQ(component(net, 1), pattern({0, 1, 2, 3, 0, 1}, 1, 3));
     EXPECT_EQ(state, KynHelperObj::kStatic);
+    ASSERT_TRUE(surface(1).getControlPoints(0, net, state, true));
+    EXPECT_EQ(component(net, 0), pattern({0, 1, 2}, 1, 6));
+    EXPECT_EQ(component(net, 1), pattern({0, 1, 2, 3, 0, 1}, 3, 1));
 
-    Doubles wide;
     ASSERT_TRUE(surface(2).getControlPoints(0, wide, state, false));
     EXPECT_EQ(component(wide, 0), widen(pattern({0, 1, 2, 0, 1}, 5, 1)));
     EXPECT_EQ(component(wide, 1), widen(pattern({0, 1, 2, 0, 1}, 1, 5)));
 }
 
-TEST_F(NurbsViews, ReorderHandsTheSameNetOutWithUFastest) {
-    Floats net;
-    ASSERT_TRUE(surface(0).getControlPoints(1, net, state, true));
-    EXPECT_EQ(component(net, 0), pattern({100, 101, 102, 103, 104, 100, 101, 102}, 1, 4));
-    EXPECT_EQ(component(net, 1), pattern({0, 1, 2, 3}, 8, 1));
-    ASSERT_TRUE(surface(1).getControlPoints(0, net, state, true));
-    EXPECT_EQ(component(net, 0), pattern({0, 1, 2}, 1, 6));
-    EXPECT_EQ(component(net, 1), pattern({0, 1, 2, 3, 0, 1}, 3, 1));
-}
-
-TEST_F(NurbsViews, SurfaceKnotsAddEndKnotsOnRequestOrAlwaysWhenDouble) {
-    Floats u;
-    Floats v;
+// Float knots get end knots on request; double knots always get them on surfaces.
+TEST_F(NurbsViews, KnotsAddEndKnotsOnRequestOrAlwaysWhenDoubleOnSurfaces) {
+    Floats u, v;
     ASSERT_TRUE(surface(1).getKnots(0, u, v, state, false));
     EXPECT_EQ(u, (Floats{0, 1, 2}));
     ASSERT_TRUE(surface(1).getKnots(0, u, v, state, true));
     EXPECT_EQ(u, (Floats{0, 0, 1, 2, 2}));
     EXPECT_EQ(v.size(), 9u);
 
-    Doubles du;
-    Doubles dv;
+    Doubles du, dv;
     ASSERT_TRUE(surface(3).getKnots(0, du, dv, state, false));
     EXPECT_EQ(du, (Doubles{0, 0, 1, 2, 2}));
     EXPECT_EQ(dv, (Doubles{0, 0, 1, 1}));
@@ -178,23 +174,20 @@ TEST_F(NurbsViews, SurfaceKnotsAddEndKnotsOnRequestOrAlwaysWhenDouble) {
     EXPECT_FALSE(surface(3).getKnots(-1, du, dv, state, true));
     EXPECT_EQ(state, KynHelperObj::kStatic);
     EXPECT_EQ(surface(3).getNumKnotVData(-1), 0);
-}
 
-TEST_F(NurbsViews, CurveKnotsHonourTheEndKnotRequestForBothTypes) {
-    Doubles stored;
-    ASSERT_TRUE(curve(7).getKnots(0, stored, state, false));
-    EXPECT_EQ(stored, knots<double>(9));
-    Floats framed;
-    ASSERT_TRUE(curve(7).getKnots(0, framed, state, true));
-    EXPECT_EQ(framed, (Floats{0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 8}));
-    ASSERT_TRUE(curve(8).getKnots(1, stored, state, false));
-    EXPECT_EQ(stored, (Doubles{0, 1}));
+    // Curves honour the request for both types.
+    ASSERT_TRUE(curve(7).getKnots(0, wide, state, false));
+    EXPECT_EQ(wide, knots<double>(9));
+    ASSERT_TRUE(curve(7).getKnots(0, net, state, true));
+    EXPECT_EQ(net, (Floats{0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 8}));
+    ASSERT_TRUE(curve(8).getKnots(1, wide, state, false));
+    EXPECT_EQ(wide, (Doubles{0, 1}));
     EXPECT_EQ(state, KynHelperObj::kAnimated);
 }
 
 TEST_F(NurbsViews, DoublePositionsAreNoControlPoints) {
-    Floats net{7};
-    Doubles wide{7};
+    net = {7};
+    wide = {7};
     EXPECT_FALSE(surface(3).getControlPoints(0, net, state, false));
     EXPECT_FALSE(surface(3).getControlPoints(0, wide, state, false));
     EXPECT_FALSE(curve(9).getControlPoints(0, net, state));
@@ -206,34 +199,28 @@ TEST_F(NurbsViews, DoublePositionsAreNoControlPoints) {
 }
 
 TEST_F(NurbsViews, PeriodicCurvesRepeatTheirFirstVertices) {
-    Floats polygon;
-    ASSERT_TRUE(curve(6).getControlPoints(0, polygon, state));
-    EXPECT_EQ(polygon, (Floats{1, 2, 3, 1, 1, 2, 3, 1, 1, 2, 3, 1, 1, 2, 3, 1}));
-    Doubles wide;
+    ASSERT_TRUE(curve(6).getControlPoints(0, net, state));
+    EXPECT_EQ(net, (Floats{1, 2, 3, 1, 1, 2, 3, 1, 1, 2, 3, 1, 1, 2, 3, 1}));
     ASSERT_TRUE(curve(7).getControlPoints(1, wide, state));
     EXPECT_EQ(component(wide, 0), (Doubles{0, 1, 2, 3, 0, 1, 2}));
     EXPECT_EQ(component(wide, 2), Doubles(7, 10.0));
     EXPECT_EQ(component(wide, 3), Doubles(7, 1.0));
     EXPECT_EQ(state, KynHelperObj::kAnimated);
     // Only the flag of POSI counts, not that of the animated knots.
-    ASSERT_TRUE(curve(8).getControlPoints(1, polygon, state));
-    EXPECT_EQ(polygon, (Floats{0, 0, 0, 1, 1, 0, 0, 1}));
+    ASSERT_TRUE(curve(8).getControlPoints(1, net, state));
+    EXPECT_EQ(net, (Floats{0, 0, 0, 1, 1, 0, 0, 1}));
     EXPECT_EQ(state, KynHelperObj::kStatic);
 }
 
 TEST_F(NurbsViews, ControlPointsBetweenSamplesBlendTwoNets) {
-    KynInterpolationHints linear{1};
-    Floats net;
+    KynInterpolationHints linear{1}, hold{0};
     ASSERT_TRUE(surface(0).getControlPointsAtTime(1.25f, linear, net, state, false));
     EXPECT_EQ(component(net, 0), pattern({25, 26, 27, 28, 29, 25, 26, 27}, 4, 1));
     EXPECT_EQ(component(net, 2), Floats(32, 0.25f));
     EXPECT_EQ(component(net, 3), Floats(32, 1.0f));
     EXPECT_EQ(state, KynHelperObj::kAnimated);
-    Doubles wide;
     ASSERT_TRUE(surface(0).getControlPointsAtTime(1.75f, linear, wide, state, true));
     EXPECT_EQ(wide[4], 76.0);  // vertex (1, 0): U fastest
-
-    KynInterpolationHints hold{0};
     ASSERT_TRUE(surface(0).getControlPointsAtTime(1.75f, hold, net, state, true));
     EXPECT_EQ(net[4], 1.0f);  // sample 0 as it stands, U fastest
     EXPECT_FALSE(surface(0).getControlPointsAtTime(0.5f, linear, net, state, false));
@@ -243,10 +230,11 @@ TEST_F(NurbsViews, ControlPointsBetweenSamplesBlendTwoNets) {
     EXPECT_EQ(component(wide, 2), Doubles(7, 2.5));
 }
 
-TEST_F(NurbsViews, AttributesOfTheFullNetAreTransposedAndOthersHandedOverAsStored) {
-    Floats values;
-    ASSERT_TRUE(surface(4).getAttr(0, 0, values, dimension, true));  // double read as float
-    EXPECT_EQ(values, (Floats{0, 0, 1, 0, 2, 0, 0, 1, 1, 1, 2, 1}));
+// Attributes with one whole vector per net vertex are transposed; others are handed over as
+// stored. The reference pose is transposed by the static topology and has no weights.
+TEST_F(NurbsViews, AttributesAndReferencePoseOfTheFullNetAreTransposed) {
+    ASSERT_TRUE(surface(4).getAttr(0, 0, net, dimension, true));  // double read as float
+    EXPECT_EQ(net, (Floats{0, 0, 1, 0, 2, 0, 0, 1, 1, 1, 2, 1}));
     EXPECT_EQ(dimension, 2);
     Ints ids;
     ASSERT_TRUE(surface(4).getAttr(0, 1, ids, dimension, true));  // long read as int
@@ -254,30 +242,24 @@ TEST_F(NurbsViews, AttributesOfTheFullNetAreTransposedAndOthersHandedOverAsStore
     Strings names;
     ASSERT_TRUE(surface(4).getAttr(0, 2, names, true));
     EXPECT_EQ(names, (Strings{"a", "c", "e", "b", "d", "f"}));
-    EXPECT_FALSE(surface(4).getAttr(0, 2, values, dimension, true));
-    EXPECT_EQ(values.size(), 12u);
-    // Dimension 0 holds no whole vector: handed over as stored.
-    ASSERT_TRUE(surface(4).getAttr(0, 3, values, dimension, true));
-    EXPECT_EQ(values, knots(6));
+    EXPECT_FALSE(surface(4).getAttr(0, 2, net, dimension, true));
+    EXPECT_EQ(net.size(), 12u);
+    ASSERT_TRUE(surface(4).getAttr(0, 3, net, dimension, true));  // dimension 0: as stored
+    EXPECT_EQ(net, knots(6));
+    ASSERT_TRUE(surface(2).getAttr(0, 0, net, dimension, true));
+    EXPECT_EQ(net, (Floats{0,  5,  10, 15, 20, 1,  6,  11, 16, 21, 2,  7, 12,
+                           17, 22, 3,  8,  13, 18, 23, 4,  9,  14, 19, 24}));
+    ASSERT_TRUE(surface(2).getAttr(0, 1, wide, dimension, true));
+    EXPECT_EQ(wide, knots<double>(9));
 
-    ASSERT_TRUE(surface(2).getAttr(0, 0, values, dimension, true));
-    EXPECT_EQ(values, (Floats{0,  5,  10, 15, 20, 1,  6,  11, 16, 21, 2,  7, 12,
-                              17, 22, 3,  8,  13, 18, 23, 4,  9,  14, 19, 24}));
-    Doubles perStored;
-    ASSERT_TRUE(surface(2).getAttr(0, 1, perStored, dimension, true));
-    EXPECT_EQ(perStored, knots<double>(9));
-}
-
-TEST_F(NurbsViews, ReferencePoseIsTransposedByStaticTopologyWithoutWeights) {
-    Floats pose;
-    ASSERT_TRUE(surface(0).getPrefControlPoints(pose, true));
-    ASSERT_EQ(pose.size(), 8u * 4 * 3);
-    EXPECT_EQ(Floats(pose.begin(), pose.begin() + 9), (Floats{0, 0, 0, 1, 0, 0, 2, 0, 0}));
-    Floats stored{7};
-    EXPECT_FALSE(surface(5).getPrefControlPoints(stored, true));
-    EXPECT_EQ(stored, Floats{7});
-    ASSERT_TRUE(surface(5).getPrefControlPoints(stored, false));
-    EXPECT_EQ(stored, grid(3, 2));
+    ASSERT_TRUE(surface(0).getPrefControlPoints(net, true));
+    ASSERT_EQ(net.size(), 8u * 4 * 3);
+    EXPECT_EQ(Floats(net.begin(), net.begin() + 9), (Floats{0, 0, 0, 1, 0, 0, 2, 0, 0}));
+    net = {7};
+    EXPECT_FALSE(surface(5).getPrefControlPoints(net, true));
+    EXPECT_EQ(net, Floats{7});
+    ASSERT_TRUE(surface(5).getPrefControlPoints(net, false));
+    EXPECT_EQ(net, grid(3, 2));
 }
 
 // Topologies that describe no net or polygon: false, with the output left alone.
@@ -326,35 +308,30 @@ TEST(NurbsTopology, NetsThatCannotBeBuiltAreRefused) {
 
     State state = KynHelperObj::kAnimated;
     for (int object = 0; object <= 10; ++object) {
+        SCOPED_TRACE(object);
         Floats net{7};
         NurbsSurfaceKynObj surface(&cache, object);
         NurbsCurveKynObj curve(&cache, object);
         EXPECT_FALSE(object <= 5 ? surface.getControlPoints(0, net, state, true)
-                                 : curve.getControlPoints(0, net, state))
-            << object;
-        EXPECT_EQ(net, Floats{7}) << object;
-        EXPECT_EQ(state, KynHelperObj::kStatic) << object;
+                                 : curve.getControlPoints(0, net, state));
+        EXPECT_EQ(net, Floats{7});
+        EXPECT_EQ(state, KynHelperObj::kStatic);
     }
     int dimension = 0;
-    Floats values{7};
+    Floats values{7}, u, v;
     EXPECT_FALSE(NurbsSurfaceKynObj(&cache, 2).getAttr(0, 0, values, dimension, true));
     EXPECT_FALSE(NurbsSurfaceKynObj(&cache, 3).getAttr(0, 0, values, dimension, true));
     EXPECT_EQ(values, Floats{7});
-    Floats u;
-    Floats v;
     EXPECT_FALSE(NurbsSurfaceKynObj(&cache, 5).getKnots(0, u, v, state, false));
     EXPECT_TRUE(u.empty());
 
     // Short surface leaves are no error; short or mistyped curve leaves are.
-    int degU = 5;
-    int degV = 5;
+    int degU = 5, degV = 5, degree = 9;
+    std::string formU = "kept", formV = "kept";
     EXPECT_TRUE(NurbsSurfaceKynObj(&cache, 4).getDegree(0, degU, degV, state));
     EXPECT_EQ(degU + degV, 0);
-    std::string formU = "kept";
-    std::string formV = "kept";
     EXPECT_TRUE(NurbsSurfaceKynObj(&cache, 4).getForm(0, formU, formV, state));
     EXPECT_EQ(formU, "kept");
-    int degree = 9;
     EXPECT_FALSE(NurbsCurveKynObj(&cache, 6).getDegree(0, degree, state));
     EXPECT_FALSE(NurbsCurveKynObj(&cache, 7).getDegree(0, degree, state));
     EXPECT_EQ(state, KynHelperObj::kAnimated);  // written before the type is checked

@@ -14,6 +14,7 @@ using namespace kyntest_support;
 namespace {
 
 using Matrix = std::vector<double>;
+using Floats = std::vector<float>;
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 const double kPi = std::acos(-1.0);
 
@@ -58,98 +59,86 @@ class TransformStored : public ::testing::Test {
   protected:
     void SetUp() override {
         ViewFile file(3);
-        file.addStatic(addTransform(file, "|static"), kTagMTRX, std::vector<float>(16, 0.5f));
-        file.addAnimated(addTransform(file, "|animated"), kTagMTRX,
+        file.addStatic(staticMatrix = addTransform(file, "|static"), kTagMTRX, Floats(16, 0.5f));
+        file.addAnimated(animated = addTransform(file, "|animated"), kTagMTRX,
                          std::vector<Matrix>{Matrix(16, 0.1), Matrix(16, 1.0 / 3)});
-        const int shadowed = addTransform(file, "|shadowed");
+        shadowed = addTransform(file, "|shadowed");
         file.addStatic(shadowed, kTagMTRX, Matrix(16, 7.0));
         file.addAnimated(shadowed, kTagMTRX, std::vector<Matrix>(2, Matrix(16, 8.0)));
-        addTransform(file, "|bare");
-        file.addStatic(addTransform(file, "|two"), kTagINHT, std::vector<int>{2});
-        file.addStatic(addTransform(file, "|float"), kTagINHT, std::vector<float>{0});
-        file.addStatic(addTransform(file, "|zero"), kTagINHT, std::vector<int>{0});
-        file.addAnimated(addTransform(file, "|short"), kTagMTRX,
+        bare = addTransform(file, "|bare");
+        file.addStatic(two = addTransform(file, "|two"), kTagINHT, std::vector<int>{2});
+        file.addStatic(floatInht = addTransform(file, "|float"), kTagINHT, Floats{0});
+        file.addStatic(zero = addTransform(file, "|zero"), kTagINHT, std::vector<int>{0});
+        file.addAnimated(shortMatrix = addTransform(file, "|short"), kTagMTRX,
                          std::vector<Matrix>(3, Matrix(15, 1.0)));
-        file.addStatic(addTransform(file, "|int"), kTagMTRX, std::vector<int>(16, 1));
+        file.addStatic(intMatrix = addTransform(file, "|int"), kTagMTRX, std::vector<int>(16, 1));
         Matrix nan = scaleTranslate(1, kNaN, 0, 0), inf = scaleTranslate(1, 0, 0, 0);
         nan[0] = kNaN;
         inf[5] = std::numeric_limits<double>::infinity();
-        file.addAnimated(addTransform(file, "|nan"), kTagMTRX, std::vector<Matrix>{nan, inf, inf});
-        file.addStaticAttr(addTransform(file, "|nanOrder"), "rotateOrder", Matrix{kNaN});
+        file.addAnimated(nanMatrix = addTransform(file, "|nan"), kTagMTRX,
+                         std::vector<Matrix>{nan, inf, inf});
+        file.addStaticAttr(nanOrder = addTransform(file, "|nanOrder"), "rotateOrder", Matrix{kNaN});
         ASSERT_TRUE(cache.load(file.write("stored.kyn").c_str(), true));
     }
     template <class T>
     bool read(int object, int sample, std::vector<T>& data) {
         return TransformKynObj(&cache, object).getTransformData(sample, data, state);
     }
-    // Object indices, in the order SetUp adds the objects.
-    enum {
-        kStaticMatrix,
-        kAnimatedMatrix,
-        kShadowed,
-        kBare,
-        kTwo,
-        kFloat,
-        kZero,
-        kShort,
-        kInt,
-        kNan,
-        kNanOrder
-    };
     KynRoMemCache cache;
     KynHelperObj::AnimationState state = KynHelperObj::kAnimated;
+    int staticMatrix = 0, animated = 0, shadowed = 0, bare = 0, two = 0, floatInht = 0, zero = 0,
+        shortMatrix = 0, intMatrix = 0, nanMatrix = 0, nanOrder = 0;
 };
 
-TEST_F(TransformStored, StateSourceShadowingPrecisionAndSize) {
+// A static matrix shadows an animated one; a transform without one reads as zeros. Only an
+// int32 "INHT" of 0 turns inheritance off.
+TEST_F(TransformStored, StateSourceShadowingPrecisionSizeAndInheritance) {
     Matrix data(20, -1.0);
-    EXPECT_TRUE(read(kStaticMatrix, 1, data));
+    EXPECT_TRUE(read(staticMatrix, 1, data));
     EXPECT_EQ(data, Matrix(16, 0.5));
     EXPECT_EQ(state, KynHelperObj::kStatic);
-    EXPECT_TRUE(read(kAnimatedMatrix, 1, data));
+    EXPECT_TRUE(read(animated, 1, data));
     EXPECT_EQ(data, Matrix(16, 1.0 / 3));
     EXPECT_EQ(state, KynHelperObj::kAnimated);
-    std::vector<float> rounded;
-    EXPECT_TRUE(read(kAnimatedMatrix, 0, rounded));
-    EXPECT_EQ(rounded, std::vector<float>(16, 0.1f));
-    EXPECT_TRUE(read(kShadowed, 1, data));
+    Floats rounded;
+    EXPECT_TRUE(read(animated, 0, rounded));
+    EXPECT_EQ(rounded, Floats(16, 0.1f));
+    EXPECT_TRUE(read(shadowed, 1, data));
     EXPECT_EQ(data, Matrix(16, 7.0));
     EXPECT_EQ(state, KynHelperObj::kStatic);
 
     Matrix fresh;
     state = KynHelperObj::kAnimated;
-    EXPECT_FALSE(read(kBare, 0, fresh));
+    EXPECT_FALSE(read(bare, 0, fresh));
     EXPECT_EQ(fresh, Matrix(16, 0.0));
     EXPECT_EQ(state, KynHelperObj::kStatic);
-}
 
-TEST_F(TransformStored, InheritsUnlessAnInt32InhtIsZero) {
-    const bool expected[] = {true, true, true, false};
-    const int objects[] = {kBare, kTwo, kFloat, kZero};
-    for (int k = 0; k < 4; ++k)
-        EXPECT_EQ(TransformKynObj(&cache, objects[k]).inheritsTransform(), expected[k]) << k;
+    for (int object : {bare, two, floatInht})
+        EXPECT_TRUE(TransformKynObj(&cache, object).inheritsTransform()) << object;
+    EXPECT_FALSE(TransformKynObj(&cache, zero).inheritsTransform());
 }
 
 TEST_F(TransformStored, ShortAndMistypedMatricesFailNonFiniteOnesBlend) {
     Matrix data;
-    EXPECT_FALSE(read(kShort, 0, data));
+    EXPECT_FALSE(read(shortMatrix, 0, data));
     EXPECT_EQ(state, KynHelperObj::kAnimated);  // found in the sample, then refused
-    EXPECT_FALSE(read(kInt, 0, data));
+    EXPECT_FALSE(read(intMatrix, 0, data));
     for (int order : {0, 1, 2}) {
-        EXPECT_FALSE(at(cache, kShort, 1.5f, order).ok) << order;
-        EXPECT_FALSE(at(cache, kInt, 1.5f, order).ok) << order;
+        EXPECT_FALSE(at(cache, shortMatrix, 1.5f, order).ok) << order;
+        EXPECT_FALSE(at(cache, intMatrix, 1.5f, order).ok) << order;
     }
-    TransformKynObj view(&cache, kInt);
+    TransformKynObj view(&cache, intMatrix);
     std::vector<int> tooFew{0};
     EXPECT_FALSE(view.getLinearInterpMatrix(tooFew, 0.5, data, state));
     EXPECT_FALSE(view.getQuadraticInterpMatrix(tooFew, 0.5, data, state));
 
     for (int order : {1, 2}) {
-        Eval<float> e = at<float>(cache, kNan, 1.5f, order);
+        Eval<float> e = at<float>(cache, nanMatrix, 1.5f, order);
         EXPECT_TRUE(e.ok);
         EXPECT_TRUE(std::isnan(e.m[12])) << order;
     }
     // A NaN order is dropped: the default order stands.
-    EXPECT_EQ(at(cache, kNanOrder, 1.5f, 1).m, scaleTranslate(1, 0, 0, 0));
+    EXPECT_EQ(at(cache, nanOrder, 1.5f, 1).m, scaleTranslate(1, 0, 0, 0));
 }
 
 // Samples at 1, 2, 3, 4: objects with channels, one with a channel missing from the second
@@ -192,7 +181,9 @@ TEST_F(TransformRoutes, LinearWithChannelsComposesThemAndIgnoresTheMatrix) {
     EXPECT_EQ(e.state, KynHelperObj::kAnimated);
 }
 
-TEST_F(TransformRoutes, QuadraticAndCubicGoThroughTheMatrices) {
+// Quadratic and cubic ignore the channels; hold, on-sample and off-sample times return the
+// stored sample.
+TEST_F(TransformRoutes, QuadraticCubicAndHoldGoThroughTheMatrices) {
     Eval<double> e = at(cache, chan, 1.5f, 2);
     EXPECT_TRUE(e.ok);
     expectNear(e.m, scaleTranslate(3, 7, 7, 7));
@@ -200,31 +191,27 @@ TEST_F(TransformRoutes, QuadraticAndCubicGoThroughTheMatrices) {
     e = at(cache, bare, 1.5f, 2);
     EXPECT_FALSE(e.ok);
     EXPECT_EQ(e.m, Matrix(16, 0.0));
-    for (int order : {2, 3}) {
-        e = at(cache, sq, 1.5f, order);
-        EXPECT_TRUE(e.ok);
-        EXPECT_EQ(e.m, scaleTranslate(1, 0.25, 0, 0)) << order;
-    }
-    Eval<float> f = at<float>(cache, sq, 1.5f, 3);
-    EXPECT_EQ(f.m, std::vector<float>({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0.25f, 0, 0, 1}));
-}
+    for (int order : {2, 3}) EXPECT_EQ(at(cache, sq, 1.5f, order).m, scaleTranslate(1, 0.25, 0, 0));
+    EXPECT_EQ(at<float>(cache, sq, 1.5f, 3).m,
+              (Floats{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0.25f, 0, 0, 1}));
 
-TEST_F(TransformRoutes, HoldAndOffSampleTimesReturnTheStoredSample) {
-    Eval<double> e = at(cache, sq, 2.5f, 0);
+    e = at(cache, sq, 2.5f, 0);
     EXPECT_EQ(e.m, scaleTranslate(1, 1, 0, 0));
     EXPECT_EQ(e.state, KynHelperObj::kAnimated);
     EXPECT_EQ(at(cache, chan, 2.0f, 1).m, scaleTranslate(3, 7, 7, 7));  // on a sample
     EXPECT_EQ(at(cache, sq, 9.0f, 2).m, scaleTranslate(1, 9, 0, 0));    // past the end
 }
 
-TEST(TransformChannels, OrdersAreTruncatedRangeCheckedAndOverriddenByMtro) {
+// rotateOrder is truncated, range-checked and overridden by "MTRO"; transformOrder applies too.
+// rotateAxisY is taken as radians and rotateAxisZ as degrees.
+TEST(TransformChannels, OrdersAndRotateAxisUnits) {
     ViewFile file(2);
     const int dropped = addTransform(file, "|dropped");
     const int mtro = addTransform(file, "|mtro");
     const int kept = addTransform(file, "|kept");
     for (int o : {dropped, mtro, kept}) {
-        file.addStaticAttr(o, "rotateX", std::vector<float>{90});
-        file.addStaticAttr(o, "rotateZ", std::vector<float>{90});
+        file.addStaticAttr(o, "rotateX", Floats{90});
+        file.addStaticAttr(o, "rotateZ", Floats{90});
     }
     file.addStaticAttr(kept, "rotateOrder", Matrix{2.9});
     for (int o : {dropped, mtro, kept}) file.addStaticAttr(o, "rotateOrder", Matrix{7.0});
@@ -233,6 +220,8 @@ TEST(TransformChannels, OrdersAreTruncatedRangeCheckedAndOverriddenByMtro) {
     file.addStaticAttr(translateFirst, "translateX", Matrix{1});
     file.addStaticAttr(translateFirst, "scaleX", Matrix{2});
     file.addStaticAttr(translateFirst, "transformOrder", Matrix{4});
+    file.addStaticAttr(addTransform(file, "|axisY"), "rotateAxisY", Matrix{90});
+    file.addStaticAttr(addTransform(file, "|axisZ"), "rotateAxisZ", Matrix{90});
     KynRoMemCache cache;
     ASSERT_TRUE(cache.load(file.write("orders.kyn").c_str(), true));
 
@@ -245,18 +234,11 @@ TEST(TransformChannels, OrdersAreTruncatedRangeCheckedAndOverriddenByMtro) {
     }
     // transformOrder 4 puts the translation before the scale, which doubles it.
     EXPECT_EQ(at(cache, translateFirst, 1.5f, 1).m[12], 2.0);
-}
 
-TEST(TransformChannels, RotateAxisYIsTakenAsRadiansAndRotateAxisZAsDegrees) {
-    ViewFile file(2);
-    file.addStaticAttr(addTransform(file, "|axisY"), "rotateAxisY", Matrix{90});
-    file.addStaticAttr(addTransform(file, "|axisZ"), "rotateAxisZ", Matrix{90});
-    KynRoMemCache cache;
-    ASSERT_TRUE(cache.load(file.write("axis.kyn").c_str(), true));
-    Eval<double> y = at(cache, 0, 1.5f, 1);
+    Eval<double> y = at(cache, translateFirst + 1, 1.5f, 1);
     EXPECT_NEAR(y.m[0], std::cos(90.0), 1e-12);
     EXPECT_NEAR(y.m[2], -std::sin(90.0), 1e-12);
-    Eval<float> z = at<float>(cache, 1, 1.5f, 1);
+    Eval<float> z = at<float>(cache, translateFirst + 2, 1.5f, 1);
     EXPECT_NEAR(z.m[0], 0.0f, 1e-6f);
     EXPECT_NEAR(z.m[1], 1.0f, 1e-6f);
 }

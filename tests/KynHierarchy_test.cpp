@@ -12,9 +12,30 @@ using namespace kyntest_support;
 
 namespace {
 
-// Builds a cache of objects with these names; a name starting with "mesh:" gets a mesh tag.
+// A subtree in one line: name, "=index" for an object (":mesh" when its view is a mesh view),
+// children in braces. Checks the parent links and the views on the way.
+std::string describe(const KynHierarchyNode* node) {
+    std::string out = node->name;
+    if (node->view != nullptr) {
+        EXPECT_EQ(node->view->objectIndex, node->objectIndex);
+        out += "=" + std::to_string(node->objectIndex);
+        if (typeid(*node->view) == typeid(MeshKynObj))
+            out += ":mesh";
+        else if (typeid(*node->view) != typeid(KynHelperObj))
+            out += ":other";
+    } else {
+        EXPECT_EQ(node->objectIndex, -1) << node->name;
+    }
+    for (std::size_t i = 0; i < node->children.size(); ++i) {
+        EXPECT_EQ(node->children[i]->parent, node);
+        out += (i == 0 ? "{" : " ") + describe(node->children[i]);
+    }
+    return node->children.empty() ? out : out + "}";
+}
+
 class Hierarchy : public ::testing::Test {
   protected:
+    // Loads a cache of objects with these names; a name holding "mesh" gets a mesh tag.
     void load(const std::vector<std::string>& names) {
         ViewFile file(1);
         for (const std::string& name : names) {
@@ -24,10 +45,11 @@ class Hierarchy : public ::testing::Test {
         }
         ASSERT_TRUE(cache.load(file.write("tree.kyn").c_str(), true));
     }
-    static std::vector<std::string> childNames(const KynHierarchyNode* node) {
-        std::vector<std::string> names;
-        for (const KynHierarchyNode* child : node->children) names.push_back(child->name);
-        return names;
+    std::string treeOf(const std::vector<std::string>& names) {
+        load(names);
+        KynHierarchy tree(cache);
+        EXPECT_EQ(tree.root->parent, nullptr);
+        return describe(tree.root);
     }
     KynRoMemCache cache;
 };
@@ -35,83 +57,39 @@ class Hierarchy : public ::testing::Test {
 TEST_F(Hierarchy, EmptyCachesAndDefaultTreesHoldARootOnly) {
     KynHierarchy none;
     ASSERT_NE(none.root, nullptr);
-    EXPECT_TRUE(none.root->children.empty());
-    EXPECT_EQ(none.root->objectIndex, -1);
-    EXPECT_EQ(none.root->view, nullptr);
     EXPECT_EQ(none.root->parent, nullptr);
+    EXPECT_EQ(describe(none.root), "");
     KynRoMemCache empty;
-    KynHierarchy fromEmpty(empty);
-    EXPECT_TRUE(fromEmpty.root->children.empty());
+    EXPECT_EQ(describe(KynHierarchy(empty).root), "");
 }
 
+// Components shared by several paths become one node, in order of first mention; the tree does
+// not depend on whether a parent comes before its child.
 TEST_F(Hierarchy, SharedComponentsBecomeOneNodeInOrderOfFirstMention) {
-    load({"|a|mesh", "|a|c", "|b"});
-    KynHierarchy tree(cache);
-    KynHierarchyNode* root = tree.root;
-    ASSERT_EQ(childNames(root), (std::vector<std::string>{"a", "b"}));
-    KynHierarchyNode* a = root->children[0];
-    EXPECT_EQ(a->objectIndex, -1);
-    EXPECT_EQ(a->view, nullptr);
-    EXPECT_EQ(a->parent, root);
-    ASSERT_EQ(childNames(a), (std::vector<std::string>{"mesh", "c"}));
-    EXPECT_EQ(a->children[0]->objectIndex, 0);
-    EXPECT_EQ(typeid(*a->children[0]->view), typeid(MeshKynObj));
-    EXPECT_EQ(a->children[1]->objectIndex, 1);
-    EXPECT_EQ(typeid(*a->children[1]->view), typeid(KynHelperObj));
-    EXPECT_EQ(a->children[1]->parent, a);
-    EXPECT_EQ(root->children[1]->parent, root);
-    EXPECT_EQ(root->children[1]->view->objectIndex, 2);
+    EXPECT_EQ(treeOf({"|a|mesh", "|a|c", "|b"}), "{a{mesh=0:mesh c=1} b=2}");
+    EXPECT_EQ(treeOf({"|a|b", "|a"}), "{a=1{b=0}}");
+    EXPECT_EQ(treeOf({"|a", "|a|b"}), "{a=0{b=1}}");
 }
 
-TEST_F(Hierarchy, TheTreeDoesNotDependOnTheOrderOfParentAndChild) {
-    load({"|a|b", "|a"});
-    KynHierarchy childFirst(cache);
-    load({"|a", "|a|b"});
-    KynHierarchy parentFirst(cache);
-    for (KynHierarchy* tree : {&childFirst, &parentFirst}) {
-        ASSERT_EQ(childNames(tree->root), std::vector<std::string>{"a"});
-        const KynHierarchyNode* a = tree->root->children[0];
-        ASSERT_EQ(childNames(a), std::vector<std::string>{"b"});
-        EXPECT_NE(a->view, nullptr);
-        EXPECT_EQ(a->view->objectIndex, a->objectIndex);
-    }
-    EXPECT_EQ(childFirst.root->children[0]->objectIndex, 1);
-    EXPECT_EQ(parentFirst.root->children[0]->objectIndex, 0);
-}
-
+// Whatever the first component holds, it stands for the root; a name without "|" (the empty
+// one too) lands on the root itself. A later object on the same node takes it over.
 TEST_F(Hierarchy, TheFirstComponentIsDroppedAndLaterObjectsTakeOverANode) {
-    load({"a|b", "x|b", "|ns:a", "|", "|A", "|a"});
-    KynHierarchy tree(cache);
-    ASSERT_EQ(childNames(tree.root), (std::vector<std::string>{"b", "ns:a", "", "A", "a"}));
-    const KynHierarchyNode* b = tree.root->children[0];
-    EXPECT_EQ(b->objectIndex, 1);
-    EXPECT_EQ(b->view->objectIndex, 1);
-    EXPECT_EQ(tree.root->children[2]->objectIndex, 3);
-    EXPECT_EQ(tree.root->objectIndex, -1);
-}
-
-TEST_F(Hierarchy, NamesWithoutABarLandOnTheRoot) {
-    load({"a", "|x", "", "mesh"});
-    KynHierarchy tree(cache);
-    EXPECT_EQ(tree.root->objectIndex, 3);
-    ASSERT_NE(tree.root->view, nullptr);
-    EXPECT_EQ(typeid(*tree.root->view), typeid(MeshKynObj));
-    EXPECT_EQ(childNames(tree.root), std::vector<std::string>{"x"});
+    EXPECT_EQ(treeOf({"a|b", "x|b", "|ns:a", "|", "|A", "|a"}), "{b=1 ns:a=2 =3 A=4 a=5}");
+    EXPECT_EQ(treeOf({"a", "|x", "", "mesh"}), "=3:mesh{x=1}");
 }
 
 TEST_F(Hierarchy, FindOrCreateWalksAndExtendsFromAnyNode) {
     KynHierarchyNode top;
     const std::vector<std::string> path{"top", "p", "q"};
     KynHierarchyNode* q = top.findOrCreate(path.begin(), path.end());
-    ASSERT_NE(q, &top);
+    EXPECT_EQ(describe(&top), "{p{q}}");
     EXPECT_EQ(q->name, "q");
-    EXPECT_EQ(q->parent->name, "p");
-    EXPECT_EQ(q->parent->parent, &top);
     EXPECT_EQ(top.findOrCreate(path.begin(), path.end()), q);
     EXPECT_EQ(top.findOrCreate(path.begin(), path.begin() + 1), &top);
     EXPECT_EQ(top.children.size(), 1u);
 }
 
+// Built and torn down without recursion, so a name of many components cannot exhaust the stack.
 TEST_F(Hierarchy, VeryDeepPathsAreBuiltAndDestroyed) {
     std::string deep;
     for (int i = 0; i < 200000; ++i) deep += "|n";
@@ -119,10 +97,7 @@ TEST_F(Hierarchy, VeryDeepPathsAreBuiltAndDestroyed) {
     KynHierarchy tree(cache);
     const KynHierarchyNode* node = tree.root;
     int depth = 0;
-    while (!node->children.empty()) {
-        node = node->children[0];
-        ++depth;
-    }
+    for (; !node->children.empty(); ++depth) node = node->children[0];
     EXPECT_EQ(depth, 200000);
     EXPECT_EQ(node->objectIndex, 0);
 }
