@@ -1,24 +1,27 @@
 #include "KynJumpTables.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Kyn {
 
+std::size_t KynJumpTables::indexOf(int64_t offset) const {
+    const auto it = std::find_if(kept.begin(), kept.end(),
+                                 [offset](const Kept& k) { return k.offset == offset; });
+    return static_cast<std::size_t>(it - kept.begin());
+}
+
 bool KynJumpTables::take(int64_t offset, std::vector<int64_t>& table) {
-    for (auto it = kept.begin(); it != kept.end(); ++it) {
-        if (it->offset != offset) continue;
-        entries -= it->table.size();
-        table.swap(it->table);
-        kept.erase(it);
-        return true;
-    }
-    return false;
+    const std::size_t i = indexOf(offset);
+    if (i == kept.size()) return false;
+    entries -= kept[i].table.size();
+    table.swap(kept[i].table);
+    kept.erase(kept.begin() + static_cast<std::ptrdiff_t>(i));
+    return true;
 }
 
 bool KynJumpTables::holds(int64_t offset) const {
-    for (const Kept& k : kept)
-        if (k.offset == offset) return true;
-    return false;
+    return indexOf(offset) != kept.size();
 }
 
 void KynJumpTables::keep(int64_t offset, std::vector<int64_t>& table) {

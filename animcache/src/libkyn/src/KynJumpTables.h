@@ -40,6 +40,8 @@ class KynJumpTables {
         std::vector<int64_t> table;
     };
 
+    std::size_t indexOf(int64_t offset) const;  // kept.size() when none is kept there
+
     std::vector<Kept> kept;  // least recently used first
     std::size_t entries = 0;
     std::vector<int64_t> spareTable;
