@@ -229,29 +229,18 @@ Lazy<W1Data> w1Data;
 Lazy<W2Data> w2Data;
 Lazy<KynRwMemCache> w1Cache;  // all of W1 in memory, for saveAs
 
-const std::string& w1Path() {
-    static const std::string path = scratchPath("w1.kyn");
-    return path;
-}
-const std::string& w1SavedPath() {
-    static const std::string path = scratchPath("w1_saved.kyn");
-    return path;
-}
-const std::string& w1RawPath() {
-    static const std::string path = scratchPath("w1.raw");
-    return path;
-}
-const std::string& w2Path() {
-    static const std::string path = scratchPath("w2.kyn");
-    return path;
-}
-const std::string& w2RawPath() {
-    static const std::string path = scratchPath("w2_positions.raw");
-    return path;
-}
-const std::string& w2MatricesPath() {
-    static const std::string path = scratchPath("w2_matrices.raw");
-    return path;
+// The files of the run, named once; removeScratchFiles deletes them at the end.
+struct Paths {
+    std::string w1 = scratchPath("w1.kyn");
+    std::string w1Saved = scratchPath("w1_saved.kyn");
+    std::string w1Raw = scratchPath("w1.raw");
+    std::string w2 = scratchPath("w2.kyn");
+    std::string w2Raw = scratchPath("w2_positions.raw");
+    std::string w2Matrices = scratchPath("w2_matrices.raw");
+};
+const Paths& paths() {
+    static const Paths made;
+    return made;
 }
 
 bool w1Written = false;
@@ -260,16 +249,16 @@ bool w2Written = false;
 bool writeW1Files() {
     KynMETAChunk meta;
     fillW1Meta(w1Data.get(), meta);
-    w1Written = streamW1(w1Path(), meta, w1Data.get()) && writeRawW1(w1RawPath(), w1Data.get());
+    w1Written = streamW1(paths().w1, meta, w1Data.get()) && writeRawW1(paths().w1Raw, w1Data.get());
     return w1Written;
 }
 
 bool writeW2Files() {
     KynMETAChunk meta;
     fillW2Meta(w2Data.get(), meta);
-    w2Written = streamW2(w2Path(), meta, w2Data.get()) &&
-                writeRawW2Positions(w2RawPath(), w2Data.get()) &&
-                writeRawW2Matrices(w2MatricesPath(), w2Data.get());
+    w2Written = streamW2(paths().w2, meta, w2Data.get()) &&
+                writeRawW2Positions(paths().w2Raw, w2Data.get()) &&
+                writeRawW2Matrices(paths().w2Matrices, w2Data.get());
     return w2Written;
 }
 
@@ -312,10 +301,10 @@ void BM_W1StreamWrite(benchmark::State& state) {
     Repetition repetition;
     repetition.bytes = int64_t(kW1Samples * kW1Floats * sizeof(float));
     for (auto _ : state) {
-        prepareWrites(w1RawPath(), w1Path());
+        prepareWrites(paths().w1Raw, paths().w1);
         bool ok = false;
-        const double raw = timed([&] { ok = writeRawW1(w1RawPath(), w1Data.get()); });
-        const double library = timed([&] { ok = ok && streamW1(w1Path(), meta, w1Data.get()); });
+        const double raw = timed([&] { ok = writeRawW1(paths().w1Raw, w1Data.get()); });
+        const double library = timed([&] { ok = ok && streamW1(paths().w1, meta, w1Data.get()); });
         if (!ok) return state.SkipWithError("a write failed");
         repetition.add(state, library, raw);
     }
@@ -329,11 +318,11 @@ void BM_W1SaveAs(benchmark::State& state) {
     Repetition repetition;
     repetition.bytes = int64_t(kW1Samples * kW1Floats * sizeof(float));
     for (auto _ : state) {
-        prepareWrites(w1RawPath(), w1SavedPath());
+        prepareWrites(paths().w1Raw, paths().w1Saved);
         bool ok = false;
-        const double raw = timed([&] { ok = writeRawW1(w1RawPath(), w1Data.get()); });
+        const double raw = timed([&] { ok = writeRawW1(paths().w1Raw, w1Data.get()); });
         const double library =
-            timed([&] { ok = ok && cache.saveAs(w1SavedPath().c_str(), nullptr, nullptr); });
+            timed([&] { ok = ok && cache.saveAs(paths().w1Saved.c_str(), nullptr, nullptr); });
         if (!ok) return state.SkipWithError("a write failed");
         repetition.add(state, library, raw);
     }
@@ -349,7 +338,7 @@ void BM_W1ReadAll(benchmark::State& state) {
     double peakMegabytes = 0;
     for (auto _ : state) {
         std::vector<char> stdioBuffer;
-        FILE* in = openStdio(w1RawPath(), "r", stdioBuffer);
+        FILE* in = openStdio(paths().w1Raw, "r", stdioBuffer);
         bool ok = in != nullptr;
         const double raw = timed([&] {
             for (int s = 0; ok && s < kW1Samples; ++s)
@@ -363,7 +352,7 @@ void BM_W1ReadAll(benchmark::State& state) {
         double library = 0;
         {
             KynRoMemCache cache;
-            ok = ok && cache.load(w1Path().c_str(), true, 2);
+            ok = ok && cache.load(paths().w1.c_str(), true, 2);
             MeshKynObj view(&cache, 0);
             library = timed([&] {
                 for (int s = 0; ok && s < kW1Samples; ++s) {
@@ -408,7 +397,7 @@ void BM_W1EvalAtTime(benchmark::State& state) {
     const int order = int(state.range(0));
     if (!ensureW1Files()) return state.SkipWithError("the W1 files could not be written");
     KynRoMemCache cache;
-    if (!cache.load(w1Path().c_str(), true, 0)) return state.SkipWithError("load failed");
+    if (!cache.load(paths().w1.c_str(), true, 0)) return state.SkipWithError("load failed");
     cache.loadAllSamples();
     MeshKynObj view(&cache, 0);
     KynInterpolationHints hints;
@@ -442,15 +431,15 @@ void BM_W1EvalAtTime(benchmark::State& state) {
 void BM_W2StreamWrite(benchmark::State& state) {
     KynMETAChunk meta;
     fillW2Meta(w2Data.get(), meta);
-    if (!writeRawW2Matrices(w2MatricesPath(), w2Data.get()))
+    if (!writeRawW2Matrices(paths().w2Matrices, w2Data.get()))
         return state.SkipWithError("the matrices could not be written");
     Repetition repetition;
     repetition.bytes = int64_t(kW2Samples) * kW2Meshes * int64_t(kW2Floats * sizeof(float));
     for (auto _ : state) {
-        prepareWrites(w2RawPath(), w2Path());
+        prepareWrites(paths().w2Raw, paths().w2);
         bool ok = false;
-        const double raw = timed([&] { ok = writeRawW2Positions(w2RawPath(), w2Data.get()); });
-        const double library = timed([&] { ok = ok && streamW2(w2Path(), meta, w2Data.get()); });
+        const double raw = timed([&] { ok = writeRawW2Positions(paths().w2Raw, w2Data.get()); });
+        const double library = timed([&] { ok = ok && streamW2(paths().w2, meta, w2Data.get()); });
         if (!ok) return state.SkipWithError("a write failed");
         repetition.add(state, library, raw);
     }
@@ -463,7 +452,7 @@ int64_t w2HeadBytes() {
     static int64_t bytes = -1;
     if (bytes < 0) {
         KynCache cache;
-        if (cache.load(w2Path().c_str(), true)) bytes = cache.sampleJumps.front();
+        if (cache.load(paths().w2.c_str(), true)) bytes = cache.sampleJumps.front();
     }
     return bytes;
 }
@@ -474,13 +463,13 @@ void BM_W2Load(benchmark::State& state) {
     Repetition repetition;
     for (auto _ : state) {
         std::vector<char> stdioBuffer;
-        FILE* in = openStdio(w2Path(), "r", stdioBuffer);
+        FILE* in = openStdio(paths().w2, "r", stdioBuffer);
         bool ok = in != nullptr;
         const double raw =
             timed([&] { ok = ok && fread(head.data(), 1, head.size(), in) == head.size(); });
         if (in) fclose(in);
         auto cache = std::make_unique<KynRoMemCache>();
-        const double library = timed([&] { ok = ok && cache->load(w2Path().c_str(), true); });
+        const double library = timed([&] { ok = ok && cache->load(paths().w2.c_str(), true); });
         if (!ok || cache->meta.objects.size() != 2 * kW2Meshes)
             return state.SkipWithError("a load failed");
         repetition.add(state, library, raw);
@@ -504,7 +493,7 @@ void BM_W2MeshesAtSample(benchmark::State& state) {
     repetition.bytes = int64_t(meshBytes) * kW2Meshes;
     for (auto _ : state) {
         std::vector<char> stdioBuffer;
-        FILE* in = openStdio(w2RawPath(), "r", stdioBuffer);
+        FILE* in = openStdio(paths().w2Raw, "r", stdioBuffer);
         bool ok = in != nullptr;
         const double raw = timed([&] {
             ok = ok && fseeko(in, off_t(kSample) * kW2Meshes * off_t(meshBytes), SEEK_SET) == 0 &&
@@ -512,7 +501,7 @@ void BM_W2MeshesAtSample(benchmark::State& state) {
         });
         if (in) fclose(in);
         KynRoMemCache cache;
-        ok = ok && cache.load(w2Path().c_str(), true);
+        ok = ok && cache.load(paths().w2.c_str(), true);
         const double library = timed([&] {
             int index = -1;
             for (int k = 0; ok && k < kW2Meshes; ++k) {
@@ -551,7 +540,7 @@ void objectAllSamples(benchmark::State& state, int mesh, bool after, bool lazy, 
     if (!ensureW2Files()) return state.SkipWithError("no W2 file");
     const std::size_t meshBytes = kW2Floats * sizeof(float);
     std::vector<char> buffer(meshBytes);
-    const int fd = open(w2RawPath().c_str(), O_RDONLY | O_CLOEXEC);
+    const int fd = open(paths().w2Raw.c_str(), O_RDONLY | O_CLOEXEC);
     Repetition repetition;
     for (auto _ : state) {
         bool ok = fd >= 0;
@@ -563,8 +552,8 @@ void objectAllSamples(benchmark::State& state, int mesh, bool after, bool lazy, 
         });
         KynRoMemCache cache;
         cache.lazyObjectJumps = lazy;
-        ok =
-            ok && cache.load(w2Path().c_str(), true) && (!after || readAllSamples(cache, mesh - 1));
+        ok = ok && cache.load(paths().w2.c_str(), true) &&
+             (!after || readAllSamples(cache, mesh - 1));
         const double library = timed([&] { ok = ok && readAllSamples(cache, mesh); });
         if (!ok) return state.SkipWithError("a read failed");
         repetition.add(state, library, raw);
@@ -600,7 +589,7 @@ void BM_W2TransformsAtTime(benchmark::State& state) {
     Repetition repetition;
     for (auto _ : state) {
         std::vector<char> stdioBuffer;
-        FILE* in = openStdio(w2MatricesPath(), "r", stdioBuffer);
+        FILE* in = openStdio(paths().w2Matrices, "r", stdioBuffer);
         bool ok = in != nullptr;
         const double raw = timed([&] {
             ok = ok && fseeko(in, off_t(kSample) * off_t(sampleBytes), SEEK_SET) == 0 &&
@@ -608,7 +597,7 @@ void BM_W2TransformsAtTime(benchmark::State& state) {
         });
         if (in) fclose(in);
         KynRoMemCache cache;
-        ok = ok && cache.load(w2Path().c_str(), true);
+        ok = ok && cache.load(paths().w2.c_str(), true);
         KynInterpolationHints hints;
         hints.order = 1;
         std::vector<float> matrix;
