@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# Runs the README as a new user would, in a scratch directory beside the build: the demo writes
+# demo.kyn, each C++ program of the README is saved under the name on its first line, each "sh"
+# block runs as written (installing into $HOME/kyn, a scratch home), and then every C++ program
+# is built against that installation with pkg-config and run. "python" blocks run with the
+# installed package on PYTHONPATH. Finally an installed program runs with no environment at all.
+# Usage: readme_test.sh SOURCE_DIR BUILD_DIR
+set -euo pipefail
+source_dir=$1
+build_dir=$2
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+export HOME=$scratch/home
+mkdir -p "$HOME"
+cd "$scratch"
+ln -s "$build_dir" build
+
+./build/bin/kyndemo demo.kyn >/dev/null
+
+# Splits the README into its fenced blocks: block-<n>.<language>.
+awk -v dir="$scratch" '
+    /^```/ && !inside { inside = 1; language = substr($0, 4); n++; next }
+    /^```/ && inside { inside = 0; next }
+    inside { print > sprintf("%s/block-%02d.%s", dir, n, language) }
+' "$source_dir/README.md"
+
+programs=()
+for block in block-*.cpp; do
+    [ -e "$block" ] || continue
+    name=$(head -n 1 "$block" | sed -n 's|^// \([A-Za-z0-9_]*\.cpp\):.*|\1|p')
+    [ -n "$name" ] || { echo "a C++ block of the README does not start with '// NAME.cpp:'"; exit 1; }
+    cp "$block" "$name"
+    programs+=("$name")
+done
+
+for block in block-*.sh; do
+    [ -e "$block" ] || continue
+    echo "== running $block"
+    bash -eu "$block"  # as a user types it: a pipe into head is no failure
+done
+
+export PKG_CONFIG_PATH=$HOME/kyn/lib/pkgconfig
+[ -d "$PKG_CONFIG_PATH" ] || cmake --install build --prefix "$HOME/kyn" >/dev/null
+for program in "${programs[@]}"; do
+    echo "== building and running $program"
+    g++ -std=c++17 -Wall -Wextra -Werror "$program" -o "${program%.cpp}" \
+        $(pkg-config --cflags --libs kyn)
+    "./${program%.cpp}"
+done
+
+for block in block-*.python; do
+    [ -e "$block" ] || continue
+    echo "== running $block"
+    PYTHONPATH=$HOME/kyn/lib/python3/dist-packages /usr/bin/python3 "$block"
+done
+
+echo "== an installed program with no environment"
+env -i "$HOME/kyn/bin/kyninfo" demo.kyn >/dev/null
+echo "the README runs as written"
