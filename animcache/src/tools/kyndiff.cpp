@@ -31,9 +31,11 @@ int main(int argc, char** argv) {
         "failure.\n",
         2,
         3,
-        2};
-    int exitCode = 0;
-    if (!acceptArguments(usage, argc, argv, exitCode)) return exitCode;
+        2,
+        3};
+    ToolCall call;
+    if (!acceptArguments(usage, argc, argv, call)) return call.exitCode;
+    const auto& args = call.arguments;
     struct stat info;
     if (stat(kTemporaryDirectory, &info) != 0 || !S_ISDIR(info.st_mode)) {
         std::cerr << "kyndiff: the directory " << kTemporaryDirectory
@@ -41,5 +43,5 @@ int main(int argc, char** argv) {
                      "runs\n";
         return 2;
     }
-    return exitStatusOf(kyndiff(argv[1], argv[2], argc == 4 ? argv[3] : nullptr));
+    return exitStatusOf(kyndiff(args[0], args[1], args.size() == 3 ? args[2] : nullptr));
 }

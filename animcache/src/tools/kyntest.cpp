@@ -9,8 +9,10 @@ int main(int argc, char** argv) {
                              "FILE,\nreplacing it. Exits 0 on success and 1 on failure.\n",
                              1,
                              1,
-                             1};
-    int exitCode = 0;
-    if (!acceptArguments(usage, argc, argv, exitCode)) return exitCode;
-    return kyntest(argv[1]) == 0 ? 0 : 1;
+                             1,
+                             0};
+    ToolCall call;
+    if (!acceptArguments(usage, argc, argv, call)) return call.exitCode;
+    const auto& args = call.arguments;
+    return kyntest(args[0]) == 0 ? 0 : 1;
 }
