@@ -181,6 +181,9 @@ TEST_F(SamsWriter, AppendGrowsBothTablesIntoTheirReservesWithoutMovingSamples) {
     EXPECT_EQ(writer.sampleJumps.size(), 5u);
     EXPECT_EQ(writer.times.size(), 5u);
     EXPECT_EQ(file.tell(nullptr), int64_t(before.size()));
+    // The headers were read into the chunk's own: it holds the reserve behind "JSAM", as read.
+    EXPECT_EQ(writer.header.tag, kTagFREE);
+    EXPECT_EQ(writer.header.length, 40);
     for (int s = 2; s < 5; ++s) {
         float time = float(s) * 0.5f;
         ASSERT_TRUE(writer.writeStartSAMPChunk(file, 0, &time));

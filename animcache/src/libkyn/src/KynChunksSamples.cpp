@@ -33,19 +33,22 @@ bool writeTable(KynFile& file, unsigned tag, const std::vector<T>& table) {
     return file.writeChunk(h, table.empty() ? nullptr : table.data(), -1);
 }
 
-// Reads the table whose header `h` was just read into `table`, `newSamples` zeros behind it,
-// and checks that a "FREE" with room for them follows.
+// Reads the table whose header `h` was just read into `table`, with `newSamples` zero entries
+// behind it, then the next header into `h`: a "FREE" with room for them must follow.
 template <class T>
-bool readTableAndReserve(KynFile& file, const KynHeader& h, int64_t newSamples,
-                         std::vector<T>& table, KynHeader& reserve) {
+bool readTableAndReserve(KynFile& file, KynHeader& h, int64_t newSamples, std::vector<T>& table) {
     const int64_t size = sizeof(T);
-    if (h.length < 0 || !file.canRead(h.length)) return false;
-    // A grown table must stay readable: below 2^31 bytes.
-    if (newSamples < 0 || newSamples > (int64_t(INT32_MAX) - h.length) / size) return false;
+    // The length comes from the file: nothing is allocated for bytes that are not there.
+    if (!file.canRead(h.length)) return false;
+    // A negative count, or too few new entries to hold the bytes of a last partial entry, would
+    // make the table smaller than the payload read into it.
+    if (newSamples < 0 || newSamples > (INT64_MAX - h.length) / size ||
+        newSamples * size < h.length % size)
+        return false;
     table.assign(static_cast<std::size_t>(newSamples + h.length / size), T());
     if (!file.readData(h, table.data())) return false;
-    if (!file.readHeader(reserve) || reserve.tag != kTagFREE) return false;
-    return newSamples * size <= reserve.length;
+    if (!file.readHeader(h) || h.tag != kTagFREE) return false;
+    return newSamples * size <= h.length;
 }
 
 }  // namespace
@@ -176,25 +179,25 @@ bool KynSAMSChunk::appendStart(KynFile& file, int64_t newSamples) {
     if (!file.seek(groupOffset, SEEK_SET, true)) return false;
     if (!file.startGroup(makeHeader(kTagSAMS, kTypeGroup, 0))) return false;
 
+    // The chunk's own header is the buffer of every read: it ends as the last "FREE" read.
     int64_t position = file.tell(nullptr);
     if (!file.readHeader(header)) return false;
-    KynHeader reserve;
     if (header.tag == kTagTIMS) {
         timsOffset = position;
-        if (!readTableAndReserve(file, header, newSamples, times, reserve)) return false;
+        if (!readTableAndReserve(file, header, newSamples, times)) return false;
         if (!file.seek(timsOffset, SEEK_SET, false)) return false;
         if (!writeTable(file, kTagTIMS, times)) return false;
-        if (!writeReserve(file, reserve.length - newSamples * 4)) return false;
+        if (!writeReserve(file, header.length - newSamples * 4)) return false;
         position = file.tell(nullptr);
         if (!file.readHeader(header)) return false;
     }
     jsamOffset = position;
     if (header.tag != kTagJSAM) return false;
     sampleIndex = static_cast<uint64_t>(header.length / 8);
-    if (!readTableAndReserve(file, header, newSamples, sampleJumps, reserve)) return false;
+    if (!readTableAndReserve(file, header, newSamples, sampleJumps)) return false;
     if (!file.seek(jsamOffset, SEEK_SET, false)) return false;
     writeTable(file, kTagJSAM, sampleJumps);
-    writeReserve(file, reserve.length - newSamples * 8);
+    writeReserve(file, header.length - newSamples * 8);
     return file.seek(0, SEEK_END, false);
 }
 
