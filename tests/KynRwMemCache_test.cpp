@@ -42,13 +42,13 @@ TEST(AllocSample, TheTimesInTheirOrderDecideTheSampling) {
         {{1, 2, 3, 0}, "4 0..3 rate 1"},          // one step in front stays uniform
         {{1, 2, 3, 0.5f}, "4 0.5..3 rate 0 0.5 1 2 3"},
         {{1, 2, 3, 2.5f}, "4 1..3 rate 0 1 2 2.5 3"},
-        {{0, 7, kLeast}, "3 0..7 rate 0 0 1.40129846e-45 7"},  // (least - 0) / 7 rounds to 0
+        {{0, 7, kLeast}, "3 0..7 rate 0 0 1.40129846e-45 6.99999952"},
         // A rate that is no normal float keeps exact times: it would be infinite, or subnormal
         // and too coarse to give 9 back.
         {{0, kLeast}, "2 0..1.40129846e-45 rate 0 0 1.40129846e-45"},
         {{-3e38f, 9}, "2 -3.00000001e+38..9 rate 0 -3.00000001e+38 9"},
-        // 1 / (1/7) rounds to 6.99999952: the last entry is lastTime itself.
-        {{0, 7, 6}, "3 0..7 rate 0 0 6 7"},
+        // 1 / (1/7) rounds to 6.99999952, below lastTime.
+        {{0, 7, 6}, "3 0..7 rate 0 0 6 6.99999952"},
     };
     for (const auto& [times, expected] : cases) {
         KynRwMemCache cache;
@@ -148,29 +148,32 @@ TEST(Edits, ShiftMovesAUniformRangeButOnlyTheTableOfANonUniformOne) {
     EXPECT_TRUE(nonUniform.modified);
 }
 
-TEST(Edits, SamplingConvertsToUniformOnlyForOneExactRisingStep) {
-    KynRwMemCache uneven;
-    fill(uneven, {0, 1, 3});
-    uneven.modified = false;
-    EXPECT_FALSE(uneven.convertToUniformSampling());
-    EXPECT_EQ(sampling(uneven), "3 0..3 rate 0 0 1 3");
-    KynRwMemCache even;
-    fill(even, {0, 2, 4});
-    even.modified = false;
-    even.convertToNonUniformSampling();
-    EXPECT_EQ(sampling(even), "3 0..4 rate 0 0 2 4");
-    EXPECT_TRUE(even.convertToUniformSampling());
-    EXPECT_EQ(sampling(even), "3 0..4 rate 0.5");
-    EXPECT_TRUE(even.sampleTimes.empty());
-    EXPECT_FALSE(uneven.modified || even.modified);  // neither conversion is an edit
-    even.sampleTimes = {4, 2, 0};
-    even.meta.rate = 0;
-    EXPECT_FALSE(even.convertToUniformSampling());  // a falling step has no usable rate
-    KynRwMemCache single;
-    fill(single, {5});
-    single.convertToNonUniformSampling();
-    EXPECT_TRUE(single.convertToUniformSampling());
-    EXPECT_EQ(sampling(single), "1 5..5 rate 1");
+// Neither conversion is an edit. To explicit times, sample i goes to i / rate + firstTime; back
+// to a rate, any one exact step serves.
+TEST(Edits, SamplingConversionsComputeTimesAndTakeAnyOneExactStep) {
+    KynRwMemCache seven;
+    fill(seven, {0, 7});
+    seven.modified = false;
+    seven.convertToNonUniformSampling();
+    EXPECT_EQ(sampling(seven), "2 0..7 rate 0 0 6.99999952");  // 1 / (1/7) rounds down
+    const std::vector<std::pair<std::vector<float>, const char*>> cases = {
+        {{0, 1, 3}, "3 0..3 rate 0 0 1 3"},  // no one step: false, unchanged
+        {{0, 2, 4}, "3 0..4 rate 0.5"},     {{4, 2, 0}, "3 4..0 rate -0.5"},
+        {{3, 3, 3}, "3 3..3 rate inf"},     {{5}, "1 5..5 rate 1"},
+    };
+    for (const auto& [times, expected] : cases) {
+        KynRwMemCache cache;
+        cache.meta.numSamples = int64_t(times.size());
+        cache.meta.firstTime = times.front();
+        cache.meta.lastTime = times.back();
+        cache.meta.rate = 0;
+        cache.sampleTimes = times;
+        const bool uniform = cache.convertToUniformSampling();
+        EXPECT_EQ(uniform, cache.meta.rate != 0) << expected;
+        EXPECT_EQ(sampling(cache), expected);
+        EXPECT_EQ(cache.sampleTimes.empty(), cache.meta.rate != 0) << expected;
+        EXPECT_FALSE(cache.modified || seven.modified);
+    }
 }
 
 TEST(Edits, TruncateKeepsTheSampleAtOrFirstAfterTheTimeAndEmptiesBeforeTheFirst) {

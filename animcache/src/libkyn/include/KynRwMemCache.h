@@ -45,10 +45,12 @@ class KynRwMemCache : public KynRoMemCache {
     // Moves the time range so that it starts at `time`. A non-uniform cache moves its time
     // table only, and keeps `firstTime` and `lastTime`, which then disagree with the table.
     void shiftFirstTimeTo(float time);
-    // Gives every sample an explicit time (rate 0); the last one's is `lastTime` itself.
+    // Gives sample i the explicit time i / rate + firstTime (rate 0). The last one's can miss
+    // `lastTime` by a rounding (1 / (1 / 7) is not 7); a file saved so does not load.
     void convertToNonUniformSampling();
-    // Drops the explicit times if they rise by one exact step; false, with nothing changed,
-    // if they do not.
+    // Drops the explicit times if every step between neighbours equals the first exactly,
+    // whatever it is: a step of 0 gives an infinite rate, a falling one a negative rate. False,
+    // with nothing changed, if they do not. Neither conversion marks the cache modified.
     bool convertToUniformSampling();
     // Drops the samples behind the first one at or after `time`, which stays.
     void truncate(float time);

