@@ -37,18 +37,21 @@ std::string sampling(const KynRwMemCache& cache) {
 TEST(AllocSample, TheTimesInTheirOrderDecideTheSampling) {
     const std::vector<std::pair<std::vector<float>, const char*>> cases = {
         {{1, 2, 3}, "3 1..3 rate 1"},
-        {{1, 2, 3, 5}, "4 1..5 rate 0 1 2 3 5"},  // an odd step turns non-uniform
-        {{1, 1.5f}, "2 1..1.5 rate 2"},           // the second sample sets the rate
-        {{1, 2, 3, 0}, "4 0..3 rate 1"},          // one step in front stays uniform
+        {{1, 2, 3, 5}, "4 1..5 rate 0 1 2 3 5"},        // an odd step turns non-uniform
+        {{1, 1.5f}, "2 1..1.5 rate 2"},                 // the second sample sets the rate,
+        {{0, kLeast}, "2 0..1.40129846e-45 rate inf"},  // even where it overflows
+        {{1, 2, 3, 0}, "4 0..3 rate 1"},                // one step in front stays uniform
         {{1, 2, 3, 0.5f}, "4 0.5..3 rate 0 0.5 1 2 3"},
         {{1, 2, 3, 2.5f}, "4 1..3 rate 0 1 2 2.5 3"},
-        {{0, 7, kLeast}, "3 0..7 rate 0 0 1.40129846e-45 6.99999952"},
-        // A rate that is no normal float keeps exact times: it would be infinite, or subnormal
-        // and too coarse to give 9 back.
-        {{0, kLeast}, "2 0..1.40129846e-45 rate 0 0 1.40129846e-45"},
-        {{-3e38f, 9}, "2 -3.00000001e+38..9 rate 0 -3.00000001e+38 9"},
-        // 1 / (1/7) rounds to 6.99999952, below lastTime.
+        // Converted times are i / rate + firstTime: 1 / (1/7) rounds to 6.99999952.
         {{0, 7, 6}, "3 0..7 rate 0 0 6 6.99999952"},
+        // The place of an insertion is the uniform lookup's, taken before the conversion:
+        // (least - 0) / 7 rounds to 0, so the sample goes first.
+        {{0, 7, kLeast}, "3 1.40129846e-45..7 rate 0 1.40129846e-45 0 6.99999952"},
+        // Infinite and NaN times are times like any other.
+        {{1, 2, 3, kInf}, "4 1..inf rate 0 1 2 3 inf"},
+        {{1, 2, 3, -kInf}, "4 -inf..3 rate 0 -inf 1 2 3"},
+        {{1, 2, 4, std::nanf("")}, "4 nan..4 rate 0 nan 1 2 4"},
     };
     for (const auto& [times, expected] : cases) {
         KynRwMemCache cache;
@@ -86,19 +89,19 @@ TEST(AllocSample, PlacesGroupsAndKnowsWhenEverySampleIsBehindTheEnd) {
     EXPECT_TRUE(cache.canAppend);
 }
 
-TEST(AllocSample, RefusesTimesOutsideTheArithmeticAndChangesNothing) {
+// In front of the end, a time that the lookup places at no sample has no place to go.
+TEST(AllocSample, NullForATimeThatTheLookupPlacesAtNoSample) {
     KynRwMemCache cache;
-    for (float time : {std::nanf(""), kInf, -kInf})
-        EXPECT_EQ(cache.allocSample(time, 0), nullptr) << time;
     EXPECT_EQ(cache.allocSample(1, -1), nullptr);
-    EXPECT_FALSE(cache.modified);
     EXPECT_TRUE(cache.meta.objects.empty());
-    fill(cache, {-3e38f});
-    cache.modified = false;
-    EXPECT_EQ(cache.allocSample(3e38f, 2), nullptr);  // the distance overflows
-    EXPECT_FALSE(cache.modified);
-    EXPECT_EQ(cache.meta.objects.size(), 1u);
-    EXPECT_EQ(sampling(cache), "1 -3.00000001e+38..-3.00000001e+38 rate 1");
+    fill(cache, {0, 1, 2});
+    EXPECT_EQ(cache.allocSample(std::nanf(""), 0), nullptr);  // uniform: NaN has no index
+    // A lastTime just past the computed time of the last sample, as a file may hold it: a time
+    // between the two rounds up to a fourth sample.
+    cache.meta.lastTime = std::nextafter(2.0f, 3.0f);
+    EXPECT_EQ(cache.allocSample(cache.meta.lastTime, 1), nullptr);
+    EXPECT_EQ(sampling(cache), "3 0..2.00000024 rate 1");
+    EXPECT_EQ(cache.meta.objects.size(), 2u);  // made before the lookup
 }
 
 TEST(Edits, NamesIgnoreThePresentNameAndAttributesAnswerFalseForBadIndices) {

@@ -30,9 +30,10 @@ class KynRwMemCache : public KynRoMemCache {
     KynRwMemCache();
 
     // The "SOBJ" of the object at `time`, made empty if the cache does not hold it; objects up
-    // to `objectIndex` are made nameless when missing. Null, with nothing changed, for a
-    // negative index, a time that is not finite, or a time so far from the cached range that
-    // the distance overflows.
+    // to `objectIndex` are made nameless when missing. Any time is taken, NaN and infinities
+    // included. Null for a negative index, and for a time in front of the end that the time
+    // lookup places at no sample (NaN in a uniform cache, or a time between the computed time
+    // of the last sample and `lastTime`): such a sample has no place to go.
     KynGroupChunk* allocSample(float time, int objectIndex);
     // Empties the cache but stays bound to the same file (`fileName`, `keepOpen`).
     void deleteCache();
@@ -73,13 +74,10 @@ class KynRwMemCache : public KynRoMemCache {
   private:
     // The low 32 bits of the sample count, as every test of the count reads them.
     int count() const { return static_cast<int>(meta.numSamples); }
-    bool acceptsTime(float time) const;
     KynGroupChunk* allocFirstSample(float time, int objectIndex);
     KynGroupChunk* allocSampleBehindEnd(float time, int objectIndex);
-    KynGroupChunk* insertSample(float time, int objectIndex);
-    int firstSampleNotBefore(float time) const;
+    KynGroupChunk* insertSample(float time, int objectIndex, int sampleIndex);
     void dropSamplesFrom(int sampleIndex);
-    void forgetDiskSamplesFrom(int sampleIndex);
     bool setAttrField(int objectIndex, int attrIndex, const std::string& value, bool name);
 
     int64_t reserveFor(int64_t sampleCount) const;

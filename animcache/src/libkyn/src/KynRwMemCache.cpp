@@ -3,13 +3,12 @@
 //
 // Invariants kept by these edits: `numSamples` samples lie between `firstTime` and `lastTime`;
 // rate 0 means their times stand in the first `numSamples` entries of `sampleTimes`, any other
-// rate that sample i lies at firstTime + i / rate. An entry of `sampleJumps` is the file offset
-// of the sample with that index; a sample made in memory has none, so that a read of one of
-// its empty slots finds nothing on disk instead of another sample's data.
+// rate that sample i lies at firstTime + i / rate. The edits leave `sampleJumps` alone: a slot
+// that memory does not hold is read from the file through the entry at the sample's index,
+// which after an insertion or a cut may be another sample's, and beyond the table reads
+// nothing.
 #include "KynRwMemCache.h"
 
-#include <algorithm>
-#include <climits>
 #include <cmath>
 
 namespace Kyn {
@@ -26,16 +25,8 @@ KynRwMemCache::KynRwMemCache() {
     rwMode = 1;
 }
 
-// A time that can take part in the sample arithmetic: finite, with finite distances to the
-// ends of the cached range, and room left for one more sample.
-bool KynRwMemCache::acceptsTime(float time) const {
-    if (!std::isfinite(time) || count() < 0 || count() == INT_MAX) return false;
-    if (count() == 0) return true;
-    return std::isfinite(time - meta.firstTime) && std::isfinite(time - meta.lastTime);
-}
-
 KynGroupChunk* KynRwMemCache::allocSample(float time, int objectIndex) {
-    if (objectIndex < 0 || !acceptsTime(time)) return nullptr;
+    if (objectIndex < 0 || count() < 0) return nullptr;
     while (meta.objects.size() <= std::size_t(objectIndex)) {
         modified = true;
         canAppend = false;
@@ -47,13 +38,16 @@ KynGroupChunk* KynRwMemCache::allocSample(float time, int objectIndex) {
 
     canAppend = false;
     const int index = getMinSampleIndexNotLessThan(time);
-    if (index >= 0 && getSampleTime(index) == time) {
+    if (getSampleTime(index) == time) {
         // The file's data of this object, if any, is not read: the new group shadows it.
         KynGroupChunk*& slot = sampleSlot(index, objectIndex);
         if (slot == nullptr) slot = newObjectSample();
         return slot;
     }
-    return insertSample(time, objectIndex);
+    // The lookup places a NaN time of a uniform cache, or one between the computed time of the
+    // last sample and lastTime, at no sample: there is no place to insert it.
+    if (index < 0) return nullptr;
+    return insertSample(time, objectIndex, index);
 }
 
 KynGroupChunk* KynRwMemCache::allocFirstSample(float time, int objectIndex) {
@@ -64,7 +58,6 @@ KynGroupChunk* KynRwMemCache::allocFirstSample(float time, int objectIndex) {
     meta.lastTime = time;
     meta.rate = 1.0f;
     dropSamplesFrom(0);
-    forgetDiskSamplesFrom(0);
     KynGroupChunk*& slot = sampleSlot(0, objectIndex);
     slot = newObjectSample();
     return slot;
@@ -73,32 +66,29 @@ KynGroupChunk* KynRwMemCache::allocFirstSample(float time, int objectIndex) {
 KynGroupChunk* KynRwMemCache::allocSampleBehindEnd(float time, int objectIndex) {
     canAppend = true;
     const int index = count();
-    // The second sample teaches the cache its step; a later one at another step, however
-    // slight the difference, makes it non-uniform.
+    // The second sample teaches the cache its step, whatever the rate comes to; a later one at
+    // another step, however slight the difference, makes it non-uniform.
     const float stepRate = 1.0f / (time - meta.lastTime);
-    if (index == 1 && std::isnormal(stepRate)) {
+    if (index == 1)
         meta.rate = stepRate;
-    } else if (meta.rate != 0.0f && meta.rate != stepRate) {
-        // Also a step whose rate is no normal float (infinite, or too small to hold its
-        // precision): the times are kept exactly instead.
+    else if (meta.rate != 0.0f && meta.rate != stepRate)
         convertToNonUniformSampling();
-    }
     dropSamplesFrom(index);
-    forgetDiskSamplesFrom(index);
     KynGroupChunk*& slot = sampleSlot(index, objectIndex);
     slot = newObjectSample();
     if (meta.rate == 0.0f) {
         sampleTimes.resize(std::size_t(index) + 1);
         sampleTimes[std::size_t(index)] = time;
     }
-    meta.numSamples = index + 1;
+    meta.numSamples = int64_t(index) + 1;
     meta.lastTime = time;
     return slot;
 }
 
-// A new sample in front of the first one after `time`, which moves one place back with all
-// behind it.
-KynGroupChunk* KynRwMemCache::insertSample(float time, int objectIndex) {
+// A new sample in front of sample `sampleIndex`, which moves one place back with all behind it.
+// The jump table stays as it is: an object that the new sample lacks in memory is read through
+// the entry at its index.
+KynGroupChunk* KynRwMemCache::insertSample(float time, int objectIndex, int sampleIndex) {
     // Sample indices are about to move: everything on disk comes into memory first.
     loadAllSamples();
     if (time > meta.firstTime) {
@@ -107,41 +97,24 @@ KynGroupChunk* KynRwMemCache::insertSample(float time, int objectIndex) {
         // Exactly one step in front of the first sample keeps a uniform cache uniform.
         convertToNonUniformSampling();
     }
-    // A cache that stays uniform gets the sample in front of all others. Otherwise the place is
-    // found in the exact times: the uniform lookup before the conversion can round it off.
-    const int sampleIndex = meta.rate != 0.0f ? 0 : firstSampleNotBefore(time);
     const auto position = std::size_t(sampleIndex);
     if (samples.size() < position) samples.resize(position, nullptr);
     auto* objects = new std::vector<KynGroupChunk*>(std::size_t(objectIndex) + 1, nullptr);
     KynGroupChunk* group = newObjectSample();
     (*objects)[std::size_t(objectIndex)] = group;
     samples.insert(samples.begin() + std::ptrdiff_t(position), objects);
-    // A uniform cache gets one stale entry here, which uniform lookups never read.
+    // A cache that stayed uniform gets one stale entry here, which uniform lookups never read.
     if (sampleTimes.size() < position) sampleTimes.resize(position);
     sampleTimes.insert(sampleTimes.begin() + std::ptrdiff_t(position), time);
-    forgetDiskSamplesFrom(sampleIndex);
-    meta.numSamples = count() + 1;
+    meta.numSamples = int64_t(count()) + 1;
     if (sampleIndex == 0) meta.firstTime = time;
     return group;
-}
-
-// The index of the first entry of the time table not before `time`, among the samples.
-int KynRwMemCache::firstSampleNotBefore(float time) const {
-    const auto end =
-        sampleTimes.begin() + std::ptrdiff_t(std::min(sampleTimes.size(), std::size_t(count())));
-    return int(std::lower_bound(sampleTimes.begin(), end, time) - sampleTimes.begin());
 }
 
 // Deletes the held samples from `sampleIndex` on and cuts the table there.
 void KynRwMemCache::dropSamplesFrom(int sampleIndex) {
     for (int s = int(samples.size()) - 1; s >= sampleIndex; --s) deleteSample(s);
     if (samples.size() > std::size_t(sampleIndex)) samples.resize(std::size_t(sampleIndex));
-}
-
-// The samples from `sampleIndex` on are no longer those whose offsets the jump table holds.
-void KynRwMemCache::forgetDiskSamplesFrom(int sampleIndex) {
-    if (sampleJumps.size() > std::size_t(sampleIndex)) sampleJumps.resize(std::size_t(sampleIndex));
-    if (jumpSample >= sampleIndex) jumpSample = -1;
 }
 
 void KynRwMemCache::deleteCache() {
