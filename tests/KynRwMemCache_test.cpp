@@ -104,7 +104,7 @@ TEST(AllocSample, NullForATimeThatTheLookupPlacesAtNoSample) {
     EXPECT_EQ(cache.meta.objects.size(), 2u);  // made before the lookup
 }
 
-TEST(Edits, NamesIgnoreThePresentNameAndAttributesAnswerFalseForBadIndices) {
+TEST(Edits, NamesIgnoreThePresentNameAndBadAttributeIndicesMeetTheTablesTest) {
     KynRwMemCache cache;
     cache.setName(2, "|c");
     ASSERT_EQ(cache.meta.objects.size(), 3u);
@@ -127,10 +127,15 @@ TEST(Edits, NamesIgnoreThePresentNameAndAttributesAnswerFalseForBadIndices) {
     EXPECT_TRUE(cache.setAttrType(1, 0, "double"));
     EXPECT_EQ(cache.meta.objects[1]->datr->getAttrName(0), "velocity");
     EXPECT_EQ(cache.meta.objects[1]->datr->getAttrType(0), "double");
+    // A bad attribute index: marked, then the table's report and thrown bool.
     kyntest_support::Capture out(std::cout);
-    EXPECT_NO_THROW(EXPECT_FALSE(cache.setAttrName(1, 1, "y")));
-    EXPECT_NO_THROW(EXPECT_FALSE(cache.setAttrType(1, -1, "y")));
-    EXPECT_EQ(out.str(), "");
+    cache.modified = false;
+    EXPECT_THROW(cache.setAttrName(1, 1, "y"), bool);
+    EXPECT_TRUE(cache.modified);
+    EXPECT_THROW(cache.setAttrType(1, -1, "y"), bool);
+    EXPECT_NE(out.str().find(" DATR attribute index out of bounds\n"), std::string::npos);
+    EXPECT_EQ(cache.meta.objects[1]->datr->getAttrName(0), "velocity");
+    EXPECT_EQ(cache.meta.objects[1]->datr->getAttrType(0), "double");
 }
 
 TEST(Edits, ShiftMovesAUniformRangeButOnlyTheTableOfANonUniformOne) {

@@ -39,8 +39,10 @@ class KynRwMemCache : public KynRoMemCache {
     void deleteCache();
     // Sets an object's name, making nameless objects up to `objectIndex` when missing.
     void setName(int objectIndex, const char* name);
-    // Rename or retype a dynamic attribute; false for a bad object or attribute index, or an
-    // object without attributes.
+    // Rename or retype a dynamic attribute. False for a bad object index; otherwise the cache
+    // is marked modified, and an object without attributes answers false. A bad attribute
+    // index is the attribute table's: it prints " DATR attribute index out of bounds" and
+    // throws a bool (false), with the names and types as they were.
     bool setAttrName(int objectIndex, int attrIndex, const std::string& name);
     bool setAttrType(int objectIndex, int attrIndex, const std::string& type);
     // Moves the time range so that it starts at `time`. A non-uniform cache moves its time

@@ -144,8 +144,7 @@ bool KynRwMemCache::setAttrField(int objectIndex, int attrIndex, const std::stri
     modified = true;
     KynDATRChunk* datr = meta.objects[std::size_t(objectIndex)]->datr;
     if (datr == nullptr) return false;
-    // Tested here so that a bad index answers false instead of the table's report and throw.
-    if (attrIndex < 0 || attrIndex >= datr->getNumAttrs()) return false;
+    // A bad attribute index meets the table's own test: its report, and a thrown bool.
     return name ? datr->setAttrName(attrIndex, value) : datr->setAttrType(attrIndex, value);
 }
 
