@@ -143,11 +143,11 @@ TEST(Edits, ShiftMovesAUniformRangeButOnlyTheTableOfANonUniformOne) {
     fill(uniform, {1, 2, 3, 4});
     uniform.shiftFirstTimeTo(10);
     EXPECT_EQ(sampling(uniform), "4 10..13 rate 1");
-    uniform.modified = false;
+    // The delta rounds to 99999992, lastTime to 100000008: nothing tests the range.
+    uniform.shiftFirstTimeTo(1e8f);
+    EXPECT_EQ(sampling(uniform), "4 100000000..100000008 rate 1");
     uniform.shiftFirstTimeTo(std::nanf(""));
-    uniform.shiftFirstTimeTo(kInf);
-    EXPECT_EQ(sampling(uniform), "4 10..13 rate 1");
-    EXPECT_FALSE(uniform.modified);
+    EXPECT_EQ(sampling(uniform), "4 nan..nan rate 1");
     KynRwMemCache nonUniform;
     fill(nonUniform, {1, 2, 4});
     nonUniform.modified = false;
@@ -203,6 +203,13 @@ TEST(Edits, TruncateKeepsTheSampleAtOrFirstAfterTheTimeAndEmptiesBeforeTheFirst)
     fill(nonUniform, {1, 2, 4, 5});
     nonUniform.truncate(3);  // 4 is the first sample after 3, and stays
     EXPECT_EQ(sampling(nonUniform), "3 1..4 rate 0 1 2 4");
+    EXPECT_EQ(nonUniform.sampleTimes.size(), 4u);  // the table keeps its surplus
+    // The kept sample's computed time is the new lastTime, NaN where it rounds past the old.
+    KynRwMemCache rounded;
+    fill(rounded, {0, 1, 2});
+    rounded.meta.lastTime = std::nextafter(2.0f, 0.0f);
+    rounded.truncate(1.5f);
+    EXPECT_EQ(sampling(rounded), "3 0..nan rate 1");
     // Before the first sample the cache empties but stays bound to its file.
     cache.fileName = "bound.kyn";
     cache.keepOpen = false;

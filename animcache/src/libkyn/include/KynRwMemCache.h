@@ -45,8 +45,10 @@ class KynRwMemCache : public KynRoMemCache {
     // throws a bool (false), with the names and types as they were.
     bool setAttrName(int objectIndex, int attrIndex, const std::string& name);
     bool setAttrType(int objectIndex, int attrIndex, const std::string& type);
-    // Moves the time range so that it starts at `time`. A non-uniform cache moves its time
-    // table only, and keeps `firstTime` and `lastTime`, which then disagree with the table.
+    // Moves the time range so that it starts at `time`: `lastTime` moves by the same delta, in
+    // single precision, whatever the rounding does to the range. A non-uniform cache moves its
+    // time table only, and keeps `firstTime` and `lastTime`, which then disagree with the
+    // table: a file saved so does not load.
     void shiftFirstTimeTo(float time);
     // Gives sample i the explicit time i / rate + firstTime (rate 0). The last one's can miss
     // `lastTime` by a rounding (1 / (1 / 7) is not 7); a file saved so does not load.
@@ -55,7 +57,8 @@ class KynRwMemCache : public KynRoMemCache {
     // whatever it is: a step of 0 gives an infinite rate, a falling one a negative rate. False,
     // with nothing changed, if they do not. Neither conversion marks the cache modified.
     bool convertToUniformSampling();
-    // Drops the samples behind the first one at or after `time`, which stays.
+    // Drops the samples behind the first one at or after `time`, which stays; its computed
+    // time becomes `lastTime`, NaN included. The time and jump tables keep their surplus.
     void truncate(float time);
 
     // `saveAs(fileName)` if the cache is modified; otherwise nothing, and true.

@@ -158,25 +158,15 @@ bool KynRwMemCache::setAttrType(int objectIndex, int attrIndex, const std::strin
 
 void KynRwMemCache::shiftFirstTimeTo(float time) {
     const float delta = time - meta.firstTime;
-    if (delta == 0.0f || !std::isfinite(delta)) return;
+    if (delta == 0.0f) return;
     if (meta.rate == 0.0f) {
-        for (float t : sampleTimes)
-            if (!std::isfinite(t + delta)) return;
         // firstTime and lastTime stay as they were: a kept behaviour of the non-uniform shift.
         for (float& t : sampleTimes) t += delta;
         if (!sampleTimes.empty()) modified = true;
         return;
     }
-    // Refused when rounding would turn the range around or change the number of samples that
-    // it holds.
-    const float last = meta.lastTime + delta;
-    const auto samplesIn = [this](float first, float end) {
-        return roundf((end - first) * meta.rate);
-    };
-    if (!std::isfinite(last) || !(time <= last) ||
-        samplesIn(time, last) != samplesIn(meta.firstTime, meta.lastTime))
-        return;
-    meta.lastTime = last;
+    // Single precision, with no test of what the rounding does to the range.
+    meta.lastTime += delta;
     meta.firstTime = time;
     modified = true;
 }
@@ -217,9 +207,8 @@ void KynRwMemCache::truncate(float time) {
         return;
     }
     // The sample at or first after `time` stays, even when it lies after it. Its computed
-    // time can round past lastTime only when it is the last sample, whose time is lastTime.
-    float last = getSampleTime(index);
-    if (std::isnan(last)) last = meta.lastTime;
+    // time becomes lastTime, NaN where it rounds past the old lastTime.
+    const float last = getSampleTime(index);
     modified = true;
     canAppend = false;
     file.close();
