@@ -115,6 +115,8 @@ TEST(Edits, NamesIgnoreThePresentNameAndBadAttributeIndicesMeetTheTablesTest) {
     EXPECT_FALSE(cache.modified);
     cache.setName(2, "|d");
     EXPECT_TRUE(cache.modified);
+    cache.setName(3, nullptr);  // as an empty name
+    EXPECT_EQ(cache.meta.objects.size(), 4u);
 
     cache.meta.objects[1]->datr = new KynDATRChunk();
     cache.meta.objects[1]->datr->addAttr(true, "speed", "float", kTypeFloat, 0, 0);

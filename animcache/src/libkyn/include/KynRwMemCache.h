@@ -37,7 +37,8 @@ class KynRwMemCache : public KynRoMemCache {
     KynGroupChunk* allocSample(float time, int objectIndex);
     // Empties the cache but stays bound to the same file (`fileName`, `keepOpen`).
     void deleteCache();
-    // Sets an object's name, making nameless objects up to `objectIndex` when missing.
+    // Sets an object's name, making nameless objects up to `objectIndex` when missing. A null
+    // name counts as empty.
     void setName(int objectIndex, const char* name);
     // Rename or retype a dynamic attribute. False for a bad object index; otherwise the cache
     // is marked modified, and an object without attributes answers false. A bad attribute

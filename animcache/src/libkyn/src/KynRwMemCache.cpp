@@ -126,7 +126,8 @@ void KynRwMemCache::deleteCache() {
 }
 
 void KynRwMemCache::setName(int objectIndex, const char* name) {
-    if (objectIndex < 0 || name == nullptr) return;
+    if (objectIndex < 0) return;
+    if (name == nullptr) name = "";  // as addDOBJ takes it
     while (meta.objects.size() <= std::size_t(objectIndex)) {
         modified = true;
         meta.addDOBJ("");
