@@ -268,27 +268,61 @@ TEST(AppendRefused, MetadataThatTheFormulaPassesButThatWouldWriteShorterIsNotRew
     expectFileHolds(path, cache);
 }
 
-TEST(AppendRefused, AFileDamagedBehindTheCacheIsRewrittenFromMemory) {
+// A group whose length ends at or before its own "JSAM" (never patched, as a failed append
+// leaves it), or a "JSAM" behind the group, would lead the survey back to the same table for
+// ever; append refuses before writing, and the save rewrites the file.
+TEST(AppendRefused, ASurveyThatWouldComeBackToTheSameTableEndsInARewrite) {
     const std::vector<std::pair<const char*, void (*)(Bytes&)>> damages = {
-        {"cut short", [](Bytes& b) { b.resize(b.size() - 10); }},
-        {"jump table renamed", [](Bytes& b) { b[297 + 2] = 'X'; }},  // see the layouts above
-        {"reserve of negative length", [](Bytes& b) { b[337 + 15] = 0xF0; }},
+        {"group of length 0", [](Bytes& b) { b[281 + 8] = b[281 + 9] = 0; }},  // see the layouts
+        {"jump table behind the group", [](Bytes& b) { appendHeader(b, "JSAM", kTypeInt64, 0); }},
     };
     for (const auto& [what, damage] : damages) {
         SCOPED_TRACE(what);
         const std::string path = savedFile({1, 2, 3});
-        KynRwMemCache cache;
-        ASSERT_TRUE(cache.load(path.c_str(), true));  // the open stream knew the whole file
-        ASSERT_TRUE(cache.loadAllSamples());
         Bytes bytes = readBytes(path);
         damage(bytes);
         writeBytes(path, bytes);
+        KynRwMemCache cache;
+        ASSERT_TRUE(cache.load(path.c_str(), false));
         addSample(cache, 4);
         EXPECT_FALSE(cache.append());
-        EXPECT_EQ(readBytes(path), bytes);  // the refusal wrote nothing
+        EXPECT_EQ(readBytes(path), bytes);
         ASSERT_TRUE(cache.save(nullptr, nullptr));
         expectFileHolds(path, cache);
     }
+}
+
+// The jump table takes the sample count before the sampling is compared: a refusal there
+// leaves it longer, with a zero entry for the new sample.
+TEST(AppendRefused, TheJumpTableIsLongerAfterARefusalOfTheSampling) {
+    const std::string path = savedFile({1, 2, 3});
+    KynRwMemCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    addSample(cache, 5);  // another step: non-uniform, the file is uniform
+    EXPECT_FALSE(cache.append());
+    ASSERT_EQ(cache.sampleJumps.size(), 4u);
+    EXPECT_EQ(cache.sampleJumps[3], 0);
+}
+
+// The spare count is that of the last "FREE" behind any "JSAM": a last group without one is
+// reopened all the same, refuses, and the save rewrites the whole file as one group.
+TEST(AppendRefused, ALastGroupWithoutAReserveIsReopenedAndTheFileRewritten) {
+    const std::string path = savedFile({1, 2, 3});
+    std::vector<float> times;
+    for (int t = 4; t <= 104; ++t) times.push_back(float(t));
+    KynRwMemCache first;
+    appendSamples(first, path, times);
+    Bytes bytes = readBytes(path);
+    ASSERT_EQ(tagAt(bytes, 2245), "FREE");  // behind the second group's "JSAM"
+    bytes[2245 + 3] = 'X';
+    writeBytes(path, bytes);
+    KynRwMemCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    addSample(cache, 105);
+    ASSERT_TRUE(cache.save(nullptr, nullptr));
+    EXPECT_EQ(layout(readBytes(path)),
+              "DKYN@0+8 META@24+241 SAMS@281+11372[JSAM@297+840 FREE@1153+1680] 105");
+    expectFileHolds(path, cache);
 }
 
 // Edits leave the jump table alone: an object that a sample made in memory lacks is read from

@@ -10,9 +10,9 @@
 // ones read from the file; the caller fills them and must not delete them. They stay valid
 // until the sample is deleted, the cache is reset or destroyed. A read-write cache never evicts:
 // an edited sample exists nowhere else.
-// Rules: the file must not change beneath the cache between `load` and `save`; a changed or
-// truncated file is detected where it can be, and then `save` rewrites it from memory. One
-// thread at a time.
+// Rules: the file must not change beneath the cache between `load` and `save`; an append
+// compares only the counts of the file's tables with memory, and writes into the file as it
+// finds it. One thread at a time.
 #ifndef KYN_RW_MEM_CACHE_H
 #define KYN_RW_MEM_CACHE_H
 
@@ -68,9 +68,13 @@ class KynRwMemCache : public KynRoMemCache {
     // whole file afresh; a cache without objects removes `path` instead. `*saved`: a file now
     // holds the cache; `*deleted`: a file was removed. True unless something failed.
     bool saveAs(const char* path, bool* saved, bool* deleted);
-    // Writes the samples added behind the end of `fileName` into that file in place. False,
-    // with the file untouched, whenever the file and the memory do not allow it; a failure
-    // while writing leaves the file damaged, the memory whole, and a rewrite to repair it.
+    // Writes the samples added behind the end of `fileName` into that file in place: into the
+    // reserve of the last "SAMS" when the spare count found (that of the last "FREE" behind
+    // any "JSAM") holds them, else in a new "SAMS" at the end. False, with the file untouched,
+    // when the file's metadata, counts or sampling do not fit memory, the jump table already
+    // sized to the sample count; a failure from the first write on (a last group without its
+    // reserve refuses there) leaves the file damaged, the memory whole, and a rewrite to
+    // repair it.
     bool append();
 
     bool modified = false;   // memory differs from the file
@@ -87,9 +91,7 @@ class KynRwMemCache : public KynRoMemCache {
     bool setAttrField(int objectIndex, int attrIndex, const std::string& value, bool name);
 
     int64_t reserveFor(int64_t sampleCount) const;
-    bool samplesReady(int first, bool nonUniform) const;
     bool writeSamples(KynSAMSChunk& writer, int first, bool nonUniform);
-    void recordJumps(const KynSAMSChunk& writer, int first);
     void finishSave(const std::string& path);
     bool removeFile(const char* path, bool* deleted);
     bool writeHeaderOnly();

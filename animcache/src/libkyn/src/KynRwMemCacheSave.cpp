@@ -6,11 +6,11 @@
 // then grows the tables of the last "SAMS" into their reserves (or opens a new "SAMS" at the
 // end when the reserve is too small) and writes the new samples at the end of the file. It
 // reads no sample data: the survey jumps over each group by its length. Every offset in the
-// file is absolute, so nothing written at the end moves what lies in front. Every test that
-// can refuse runs before the first byte is written; a refusal falls back to a rewrite.
+// file is absolute, so nothing written at the end moves what lies in front. The survey's tests
+// run before the first byte is written; reopening the last group can still refuse after the
+// metadata went out (a last group without a reserve). Any refusal falls back to a rewrite.
 #include <unistd.h>
 
-#include <algorithm>
 #include <ctime>
 
 #include "KynRwMemCache.h"
@@ -22,96 +22,76 @@ namespace {
 constexpr int64_t kHeaderSize = 16;
 constexpr int64_t kMinReserve = 100;
 
-// What an append needs to know of the file. The reserve and the time table are those of the
-// last "SAMS": the one that an append in place would reopen.
+// What an append learns of the file. The counts of "TIMS" entries and of spare samples are
+// those of the last chunks seen of their kind: a group that lacks one keeps the count of an
+// earlier group.
 struct FileSurvey {
     int64_t metaPos = -1;
     int64_t metaLength = -1;
     int64_t lastSamsPos = -1;
-    int64_t lastSamsEnd = -1;
     int64_t sampleCount = 0;  // entries of every "JSAM"
     int64_t timsCount = 0;
     int64_t timsFree = 0;
     int64_t jsamFree = 0;
-    // The last group opens with exactly the prologue that KynSAMSChunk::appendStart reopens.
-    bool regularPrologue = false;
 };
 
-enum class Reserve { kNone, kPassed, kDamaged };
-
-// Reads the header at `pos`, behind a table. A "FREE" there is passed over (`pos` moves behind
-// it) and its length counted in entries of `entrySize`; one whose length does not fit in the
-// file is damaged. Anything else is left for the next read.
-Reserve passReserve(KynFile& file, int64_t fileSize, int64_t& pos, int64_t entrySize,
-                    int64_t& entries) {
-    KynHeader h;
-    if (!file.seek(pos, SEEK_SET, true) || !file.readHeader(h) || h.tag != kTagFREE)
-        return Reserve::kNone;
-    if (h.length < 0 || h.length > fileSize - pos - kHeaderSize) return Reserve::kDamaged;
+// Reads past a table whose header `h` was just read, counting its entries. The length comes
+// from the file: the payload must be there, in whole entries.
+bool passTable(KynFile& file, const KynHeader& h, int64_t entrySize, int64_t& entries) {
+    if (h.length % entrySize != 0 || !file.canRead(h.length) || !file.skipData(h)) return false;
     entries = h.length / entrySize;
-    pos += kHeaderSize + h.length;
-    return Reserve::kPassed;
+    return true;
 }
 
-// Walks the top level of the file and the prologue of each "SAMS". False when the file is not
-// one that this cache can extend: the metadata length differs, a chunk runs past the end of
-// the file (a file cut or changed behind the cache), a group lacks its "JSAM", or the frame
-// is otherwise malformed.
+// Walks the top level of the file and the prologue of each "SAMS", jumping over the samples of
+// a group by its length. False when the metadata in the file has another length than in
+// memory, a "SAMS" comes before any "META", or a table cannot be read; the walk ends at the
+// first header that does not read or chunk that does not skip.
 bool surveyFile(KynFile& file, int64_t fileSize, int64_t metaLength, FileSurvey& survey) {
-    bool ok = false;
-    int64_t pos = file.tell(&ok);
-    if (!ok) return false;
-    int64_t expected = -1;   // where the next chunk of a regular prologue begins
-    bool groupOpen = false;  // a "SAMS" entered whose "JSAM" has not come yet
+    int64_t pos = file.tell(nullptr);
     KynHeader h;
-    while (pos < fileSize) {
-        if (!file.readHeader(h)) return false;
-        const int64_t payload = pos + kHeaderSize;
-        if (h.length < 0 || h.length > fileSize - payload) return false;
-        const int64_t end = payload + h.length;
+    while (file.readHeader(h)) {
+        int64_t entries = 0;
         if (h.tag == kTagMETA) {
             if (h.length != metaLength) return false;
             survey.metaPos = pos;
             survey.metaLength = h.length;
-            pos = end;
+            file.seek(pos + kHeaderSize + h.length, SEEK_SET, true);
+            pos = file.tell(nullptr);
         } else if (h.tag == kTagSAMS) {
-            if (survey.metaPos < 0 || groupOpen) return false;
-            groupOpen = true;
+            if (survey.metaPos < 0) return false;
             survey.lastSamsPos = pos;
-            survey.lastSamsEnd = end;
-            survey.timsCount = survey.timsFree = survey.jsamFree = 0;
-            survey.regularPrologue = true;
-            expected = payload;
-            pos = payload;
+            pos = file.tell(nullptr);
         } else if (h.tag == kTagTIMS) {
-            if (h.length % 4 != 0) return false;
-            survey.timsCount = h.length / 4;
-            survey.regularPrologue = survey.regularPrologue && pos == expected;
-            pos = end;
-            const Reserve reserve = passReserve(file, fileSize, pos, 4, survey.timsFree);
-            if (reserve == Reserve::kDamaged) return false;
-            if (reserve == Reserve::kNone) survey.regularPrologue = false;
-            expected = pos;
+            if (!passTable(file, h, 4, survey.timsCount)) return false;
+            pos = file.tell(nullptr);
+            file.readHeader(h);
+            if (h.tag == kTagFREE) {
+                survey.timsFree = h.length / 4;
+                if (!file.skipData(h)) return true;
+                pos = file.tell(nullptr);
+            } else {
+                file.seek(pos, SEEK_SET, true);
+            }
         } else if (h.tag == kTagJSAM) {
-            if (survey.lastSamsPos < 0 || h.length % 8 != 0) return false;
-            survey.sampleCount += h.length / 8;
-            survey.regularPrologue = survey.regularPrologue && pos == expected;
-            pos = end;
-            const Reserve reserve = passReserve(file, fileSize, pos, 8, survey.jsamFree);
-            if (reserve == Reserve::kDamaged) return false;
-            if (reserve == Reserve::kNone) survey.regularPrologue = false;
-            // Jump over the samples of the group by its length; a group that ends inside its
-            // own prologue (a length never patched) is damaged.
-            if (survey.lastSamsEnd < pos) return false;
-            pos = survey.lastSamsEnd;
-            groupOpen = false;
+            const int64_t jsamPos = pos;
+            if (!passTable(file, h, 8, entries)) return false;
+            survey.sampleCount += entries;
+            file.readHeader(h);
+            if (h.tag == kTagFREE) survey.jsamFree = h.length / 8;
+            file.seek(survey.lastSamsPos, SEEK_SET, true);
+            if (!file.readHeader(h) || !file.skipData(h)) return true;
+            pos = file.tell(nullptr);
+            // A group that ends at or before its own "JSAM" (a length never patched) would
+            // lead back to it over and over.
+            if (pos <= jsamPos) return false;
         } else {
-            pos = end;
+            if (!file.skipData(h) || !file.hasStream()) return true;
+            pos = file.tell(nullptr);
+            if (pos >= fileSize) return true;
         }
-        if (!file.seek(pos, SEEK_SET, true)) return false;
     }
-    // Every group needs its jump table, or load would refuse the file.
-    return pos == fileSize && !groupOpen;
+    return true;
 }
 
 // The payload length that the metadata takes when written, measured by writing it to the
@@ -160,21 +140,18 @@ int64_t KynRwMemCache::reserveFor(int64_t sampleCount) const {
     return reserve < kMinReserve ? kMinReserve : reserve;
 }
 
-// Whether samples `first` to the last are all in the table, with their times when the cache
-// is non-uniform: checked before a file is touched.
-bool KynRwMemCache::samplesReady(int first, bool nonUniform) const {
-    if (count() < 0 || first < 0 || samples.size() < std::size_t(count())) return false;
-    if (nonUniform && sampleTimes.size() < std::size_t(count())) return false;
-    for (std::size_t s = std::size_t(first); s < std::size_t(count()); ++s)
-        if (samples[s] == nullptr) return false;
-    return true;
-}
-
 // Writes samples `first` to the last through `writer`, each object from its slot or, when the
-// cache holds nothing of it, as an empty "SOBJ".
+// cache holds nothing of it, as an empty "SOBJ", and notes where each sample went in the jump
+// table, which holds every sample already.
 bool KynRwMemCache::writeSamples(KynSAMSChunk& writer, int first, bool nonUniform) {
     const std::size_t numObjects = meta.objects.size();
     for (std::size_t s = std::size_t(first); s < std::size_t(count()); ++s) {
+        if (s >= samples.size() || samples[s] == nullptr) return false;
+        bool open = false;
+        sampleJumps[s] = file.tell(&open);
+        if (!open) return false;
+        // A time table shorter than the samples (set so by hand) has no time for this one.
+        if (nonUniform && s >= sampleTimes.size()) return false;
         const float* time = nonUniform ? &sampleTimes[s] : nullptr;
         if (!writer.writeStartSAMPChunk(file, int64_t(numObjects), time)) return false;
         const std::vector<KynGroupChunk*>& row = *samples[s];
@@ -190,15 +167,6 @@ bool KynRwMemCache::writeSamples(KynSAMSChunk& writer, int first, bool nonUnifor
     return true;
 }
 
-// Takes the offsets of the samples that `writer` wrote last, which are this cache's samples
-// `first` onwards, into the jump table.
-void KynRwMemCache::recordJumps(const KynSAMSChunk& writer, int first) {
-    const std::size_t added = std::size_t(count() - first);
-    sampleJumps.resize(std::size_t(count()));
-    std::copy(writer.sampleJumps.end() - std::ptrdiff_t(added), writer.sampleJumps.end(),
-              sampleJumps.begin() + first);
-}
-
 // A save that leaves the cache belonging to `path`, in step with its file.
 void KynRwMemCache::finishSave(const std::string& path) {
     fileName = path;
@@ -212,24 +180,20 @@ bool KynRwMemCache::rewrite(const std::string& path) {
     // All sample data must be in memory before the source is destroyed.
     if (!loadAllSamples()) return false;
     const bool uniform = convertToUniformSampling();
-    if (!samplesReady(0, !uniform)) return false;
     meta.date = time(nullptr);
     // Opening closes the old stream and truncates the target.
     if (!file.open(path.c_str(), "w")) return false;
-    // The target is truncated: no offset of the jump table leads to a sample any more.
-    sampleJumps.clear();
-    jumpSample = -1;
     if (!dkyn.write(file) || !meta.write(file)) return false;
     if (count() < 1) {
         if (!file.close()) return false;
         finishSave(path);
         return true;
     }
+    if (samples.size() != std::size_t(count())) return false;
     KynSAMSChunk writer;
-    if (!writer.writeStart(file, count(), reserveFor(count()), !uniform) ||
-        !writeSamples(writer, 0, !uniform) || !writer.writeEnd(file) || !file.close())
-        return false;
-    recordJumps(writer, 0);
+    if (!writer.writeStart(file, count(), reserveFor(count()), !uniform)) return false;
+    sampleJumps.resize(std::size_t(count()));
+    if (!writeSamples(writer, 0, !uniform) || !writer.writeEnd(file) || !file.close()) return false;
     finishSave(path);
     return true;
 }
@@ -249,9 +213,7 @@ bool KynRwMemCache::append() {
     if (count() == 0) return writeHeaderOnly();
     if (!canAppend || count() < 0) return false;
 
-    // A fresh stream for update: one left open by a read may be read-only, and may remember a
-    // larger size than a file cut behind the cache's back still has.
-    if (!file.open(fileName.c_str(), "r+")) return false;
+    if (!file.hasStream() && !file.open(fileName.c_str(), "r+")) return false;
     if (!file.seek(0, SEEK_END, true)) return false;
     const int64_t fileSize = file.tell(nullptr);
     if (!file.seek(0, SEEK_SET, true)) return false;
@@ -266,29 +228,28 @@ bool KynRwMemCache::append() {
     const int64_t first = survey.sampleCount;
     const int64_t newCount = count() - first;
     if (newCount < 1) return false;
+    sampleJumps.resize(std::size_t(count()));
     if (survey.timsFree != 0 && survey.timsFree != survey.jsamFree) return false;
     // The sampling of file and memory must agree: appending cannot switch it.
     const bool nonUniform = !convertToUniformSampling();
     if (nonUniform != (survey.timsCount != 0)) return false;
-    if (!samplesReady(int(first), nonUniform)) return false;
-    meta.date = time(nullptr);
+    // The formula of the metadata's length counts the headers of empty names, which are not
+    // written: the length that a write gives must be the file's too.
     if (writtenLength(meta) != survey.metaLength) return false;
 
     // The first write. From here a failure leaves the file damaged; memory stays whole.
+    meta.date = time(nullptr);
     if (!file.seek(survey.metaPos, SEEK_SET, true) || !meta.write(file)) return false;
     if (!file.seek(survey.lastSamsPos, SEEK_SET, true)) return false;
-    const bool inPlace = survey.regularPrologue && survey.lastSamsEnd == fileSize &&
-                         survey.jsamFree >= newCount &&
-                         (!nonUniform || survey.timsFree >= newCount);
     KynSAMSChunk writer;
     const bool started =
-        inPlace ? writer.appendStart(file, newCount)
-                : file.seek(0, SEEK_END, true) &&
-                      writer.writeStart(file, newCount, reserveFor(count()), nonUniform);
+        survey.jsamFree < newCount
+            ? file.seek(0, SEEK_END, true) &&
+                  writer.writeStart(file, newCount, reserveFor(count()), nonUniform)
+            : writer.appendStart(file, newCount);
     if (!started || !writeSamples(writer, int(first), nonUniform) || !writer.writeEnd(file) ||
         !file.close())
         return false;
-    recordJumps(writer, int(first));
     finishSave(fileName);
     return true;
 }
