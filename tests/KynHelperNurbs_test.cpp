@@ -285,8 +285,8 @@ TEST(NurbsTopology, NetsThatCannotBeBuiltAreRefused) {
     file.addStatic(o, kTagKNTU, knots(3));
     file.addStatic(o, kTagKNTV, knots<double>(2));
     file.addStatic(o, kTagPOSI, grid(3, 2));
-    // Curves 6 to 10: empty DEGR; float DEGR in the sample and empty FORM; int knots with
-    // degree 1 (no vertex); periodic 5 knots of degree 3 (no distinct vertex); POSI short.
+    // Curves 6 to 9: empty DEGR; float DEGR in the sample and empty FORM; periodic 5 knots of
+    // degree 3 (no distinct vertex); POSI short.
     const Floats three = grid(3, 1);
     o = addObject(file, "|emptyDegree", {}, {"kOpen"});
     file.addStatic(o, kTagKNTU, knots(4));
@@ -294,9 +294,6 @@ TEST(NurbsTopology, NetsThatCannotBeBuiltAreRefused) {
     o = file.addObject("|floatDegree");
     file.addAt(0, o, kTagDEGR, Floats{1});
     file.addStatic(o, kTagFORM, Strings{});
-    o = addObject(file, "|intKnots", {1}, {"kOpen"});
-    file.addStatic(o, kTagKNTU, Ints{0, 1});
-    file.addStatic(o, kTagPOSI, three);
     o = addObject(file, "|noDistinctCurve", {3}, {"kPeriodic"});
     file.addStatic(o, kTagKNTU, knots(5));
     file.addStatic(o, kTagPOSI, three);
@@ -307,7 +304,7 @@ TEST(NurbsTopology, NetsThatCannotBeBuiltAreRefused) {
     ASSERT_TRUE(cache.load(file.write("nurbs_refused.kyn").c_str(), true));
 
     State state = KynHelperObj::kAnimated;
-    for (int object = 0; object <= 10; ++object) {
+    for (int object = 0; object <= 9; ++object) {
         SCOPED_TRACE(object);
         Floats net{7};
         NurbsSurfaceKynObj surface(&cache, object);
@@ -319,7 +316,6 @@ TEST(NurbsTopology, NetsThatCannotBeBuiltAreRefused) {
     }
     int dimension = 0;
     Floats values{7}, u, v;
-    EXPECT_FALSE(NurbsSurfaceKynObj(&cache, 2).getAttr(0, 0, values, dimension, true));
     EXPECT_FALSE(NurbsSurfaceKynObj(&cache, 3).getAttr(0, 0, values, dimension, true));
     EXPECT_EQ(values, Floats{7});
     EXPECT_FALSE(NurbsSurfaceKynObj(&cache, 5).getKnots(0, u, v, state, false));
@@ -337,7 +333,62 @@ TEST(NurbsTopology, NetsThatCannotBeBuiltAreRefused) {
     EXPECT_EQ(state, KynHelperObj::kAnimated);  // written before the type is checked
     EXPECT_FALSE(NurbsCurveKynObj(&cache, 7).getForm(0, formU, state));
     EXPECT_EQ(degree, 9);
-    EXPECT_FALSE(NurbsCurveKynObj(&cache, 8).getKnots(0, values, state, false));
+}
+
+// No vertex in a direction (K = d - 1 knots) is an empty net or polygon, and the attributes
+// of such a surface, or of one whose count is negative, come back as stored.
+TEST(NurbsTopology, NoVertexInADirectionGivesAnEmptyNet) {
+    ViewFile file(2);
+    const Floats three = grid(3, 1);
+    // 0: 2 knots of degree 3 in U; 1: a negative count in U.
+    int o = addSurface(file, "|noU", {3, 1}, {"kOpen", "kOpen"}, 2, 3);
+    file.addStatic(o, kTagPOSI, three);
+    file.addStaticAttr(o, "values", knots(6), 1);
+    file.addStaticAttr(o, "rmanP__Pref", grid(2, 3), 3);
+    o = addSurface(file, "|negativeU", {5, 1}, {"kOpen", "kOpen"}, 3, 2);
+    file.addStatic(o, kTagPOSI, grid(3, 2));
+    file.addStaticAttr(o, "values", knots(6), 1);
+    // Curves 2 and 3: 2 knots of degree 3; int knots, which count as none, with degree 1.
+    o = addObject(file, "|noCurve", {3}, {"kOpen"});
+    file.addStatic(o, kTagKNTU, knots(2));
+    file.addStatic(o, kTagPOSI, three);
+    o = addObject(file, "|intKnots", {1}, {"kOpen"});
+    file.addStatic(o, kTagKNTU, Ints{0, 1});
+    file.addStatic(o, kTagPOSI, three);
+    // 4: periodic, 4 knots of degree 3: 2 vertices, -1 distinct, so both are the first.
+    o = addObject(file, "|negativeDistinct", {3}, {"kPeriodic"});
+    file.addStatic(o, kTagKNTU, knots(4));
+    file.addStatic(o, kTagPOSI, three);
+    KynRoMemCache cache;
+    ASSERT_TRUE(cache.load(file.write("nurbs_empty.kyn").c_str(), true));
+
+    KynInterpolationHints linear{1};
+    State state = KynHelperObj::kAnimated;
+    Floats net{7};
+    NurbsSurfaceKynObj surface(&cache, 0);
+    EXPECT_TRUE(surface.getControlPoints(0, net, state, true));
+    EXPECT_TRUE(net.empty());
+    net = {7};
+    EXPECT_TRUE(surface.getControlPointsAtTime(1.5f, linear, net, state, false));
+    EXPECT_TRUE(net.empty());
+    for (int object : {0, 1}) {
+        int dimension = 0;
+        Floats values;
+        EXPECT_TRUE(NurbsSurfaceKynObj(&cache, object).getAttr(0, 0, values, dimension, true));
+        EXPECT_EQ(values, knots(6));
+    }
+    EXPECT_TRUE(surface.getPrefControlPoints(net, true));
+    EXPECT_EQ(net, grid(2, 3));
+    for (int object : {2, 3}) {
+        net = {7};
+        state = KynHelperObj::kAnimated;
+        EXPECT_TRUE(NurbsCurveKynObj(&cache, object).getControlPoints(0, net, state)) << object;
+        EXPECT_TRUE(net.empty());
+        EXPECT_EQ(state, KynHelperObj::kStatic);
+    }
+    EXPECT_FALSE(NurbsCurveKynObj(&cache, 3).getKnots(0, net, state, false));
+    ASSERT_TRUE(NurbsCurveKynObj(&cache, 4).getControlPoints(0, net, state));
+    EXPECT_EQ(net, (Floats{0, 0, 0, 1, 0, 0, 0, 1}));
 }
 
 }  // namespace

@@ -38,11 +38,11 @@ struct NetDirection {
     NetDirection(int64_t knots, int64_t degree, bool periodic)
         : count(knots - degree + 1), distinct(periodic ? count - degree : count) {}
 
-    // Both counts must be positive: a periodic direction with too few knots has no distinct
-    // vertex to repeat.
-    bool usable() const { return count > 0 && distinct > 0; }
-    // The stored position of net position `at`, the periodic repeats wrapped to the first rows.
+    // The stored position of net position `at`: positions at or past `distinct` wrap by the
+    // remainder, the periodic repeats to the first rows (a negative `distinct` wraps them all).
     int64_t wrap(int64_t at) const { return at >= distinct ? at % distinct : at; }
+    // How many stored positions the wrapped positions 0 .. count - 1 reach, from 0 on.
+    int64_t reach() const { return std::min(count, distinct < 0 ? -distinct : distinct); }
 
     int64_t count;
     int64_t distinct;
@@ -181,15 +181,19 @@ int64_t storedVertexCount(const std::vector<float>& posi) {
     return static_cast<int64_t>(posi.size() / 3);
 }
 
-// The products below are of two usable directions and are taken without overflow, whatever
-// counts a damaged file makes up.
-// numU * numV, or -1 when it exceeds `limit`.
+// numU * numV of two directions of no negative count, or -1 when it exceeds `limit`; taken
+// without overflow, whatever counts a damaged file makes up.
 int64_t netVertices(const NetDirection& u, const NetDirection& v, int64_t limit) {
+    if (u.count == 0 || v.count == 0) return 0;
     return u.count <= limit / v.count ? u.count * v.count : -1;
 }
-// Whether POSI holds every distinct vertex of the net.
-bool holdsDistinct(const NetDirection& u, const NetDirection& v, const std::vector<float>& posi) {
-    return u.distinct <= storedVertexCount(posi) / v.distinct;
+// Whether POSI holds every stored vertex that a net of positive counts and distinct counts
+// reaches: the last is (reach of V - 1) + (reach of U - 1) * distinctV.
+bool holdsReached(const NetDirection& u, const NetDirection& v, const std::vector<float>& posi) {
+    const int64_t lastU = u.reach() - 1;
+    const int64_t lastV = v.reach() - 1;
+    const int64_t stored = storedVertexCount(posi);
+    return lastV < stored && lastU <= (stored - 1 - lastV) / v.distinct;
 }
 
 // Writes stored vertex `source` with a weight of 1 to net position `at`.
@@ -324,9 +328,14 @@ bool NurbsSurfaceKynObj::getCPData(int sampleIndex, std::vector<T>& out, Animati
 
     const NetDirection u(knotsU, degU, formU == kPeriodic);
     const NetDirection v(knotsV, degV, formV == kPeriodic);
-    if (!u.usable() || !v.usable()) return false;
-    const int64_t vertices = netVertices(u, v, kMaxNetVertices);
-    if (vertices < 0 || !holdsDistinct(u, v, *posi)) return false;
+    // A direction without vertices makes an empty net. Otherwise a negative count has no net,
+    // and a periodic direction needs distinct vertices to repeat.
+    int64_t vertices = 0;
+    if (u.count != 0 && v.count != 0) {
+        if (u.count < 0 || v.count < 0 || u.distinct <= 0 || v.distinct <= 0) return false;
+        vertices = netVertices(u, v, kMaxNetVertices);
+        if (vertices < 0 || !holdsReached(u, v, *posi)) return false;
+    }
     state = stateOf(animated);
     out.resize(static_cast<std::size_t>(vertices) * 4);
     for (int64_t i = 0; i < vertices; ++i) {
@@ -428,16 +437,18 @@ bool NurbsSurfaceKynObj::reorderAttr(int sampleIndex, const std::vector<S>*& dat
         const int knotsV = getNumKnotVData(sampleIndex);
         if (knotsU == 0 || knotsV == 0) return false;
         // Full counts, forms unread: data of one value per distinct vertex of a periodic
-        // surface does not match and is handed over as stored, as is any other mismatch.
+        // surface does not match and is handed over as stored, as is any other mismatch. So
+        // is data under a dimension of 0, which holds no whole vector, or under a negative
+        // count, whose transposition would index before the data.
         const NetDirection u(knotsU, degU, false);
         const NetDirection v(knotsV, degV, false);
-        if (!u.usable() || !v.usable()) return false;
-        // A dimension of 0 holds no whole vector to move: handed over as stored too.
         const int64_t width = dimension;
-        const int64_t count = width > 0 ? static_cast<int64_t>(data->size()) / width : -1;
-        if (count >= 0 && count == netVertices(u, v, count)) {
-            transposeInto(*data, width, u.count, v.count, out);
-            return true;
+        if (width > 0 && u.count >= 0 && v.count >= 0) {
+            const int64_t count = static_cast<int64_t>(data->size()) / width;
+            if (count == netVertices(u, v, count)) {
+                transposeInto(*data, width, u.count, v.count, out);
+                return true;
+            }
         }
     }
     convertInto(*data, out);
@@ -491,17 +502,21 @@ bool NurbsCurveKynObj::getCPData(int sampleIndex, std::vector<T>& out, Animation
     if (!getDegree(sampleIndex, degree, ignored)) return false;
     std::string form;
     if (!getForm(sampleIndex, form, ignored)) return false;
-    // Knots of another type count as none; the polygon then has no usable size and is refused.
+    // Knots of another type count as none.
     const KynChunk* knots = cache->getObjectData(sampleIndex, objectIndex, kTagKNTU, nullptr);
     if (knots == nullptr) return false;
     bool animated = false;
     const std::vector<float>* posi = storedVertices(*this, sampleIndex, animated);
     if (posi == nullptr) return false;
 
-    // Only the flag of POSI counts.
+    // No vertex makes an empty polygon. A negative count has none, a periodic count of no
+    // distinct vertex has nothing to repeat; every vertex reached must be stored.
     const NetDirection cvs(knotCount(*this, knots), degree, form == kPeriodic);
-    if (!cvs.usable() || cvs.distinct > storedVertexCount(*posi) || cvs.count > kMaxNetVertices)
+    if (cvs.count < 0) return false;
+    if (cvs.count > 0 && (cvs.distinct == 0 || cvs.reach() > storedVertexCount(*posi) ||
+                          cvs.count > kMaxNetVertices))
         return false;
+    // Only the flag of POSI counts.
     state = stateOf(animated);
     out.resize(static_cast<std::size_t>(cvs.count) * 4);
     for (int64_t i = 0; i < cvs.count; ++i) putVertex(*posi, cvs.wrap(i), i, out);
