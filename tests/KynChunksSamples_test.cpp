@@ -232,6 +232,12 @@ TEST_F(SamsWriter, AppendRefusedWithoutRoomOrAtAnythingButASamsHeader) {
     EXPECT_FALSE(KynSAMSChunk().appendStart(file, 1));
     KynFile closed;
     EXPECT_FALSE(KynSAMSChunk().appendStart(closed, 1));
+    // A file that ends behind the group's header: the place of the "JSAM" is noted all the same.
+    writeBytes(path, head("SAMS", kTypeGroup, 0));
+    ASSERT_TRUE(file.open(path.c_str(), "r+"));
+    KynSAMSChunk cut;
+    EXPECT_FALSE(cut.appendStart(file, 1));
+    EXPECT_EQ(cut.jsamOffset, 16);
 }
 
 }  // namespace

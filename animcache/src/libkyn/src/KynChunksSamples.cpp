@@ -180,8 +180,9 @@ bool KynSAMSChunk::appendStart(KynFile& file, int64_t newSamples) {
     if (!file.startGroup(makeHeader(kTagSAMS, kTypeGroup, 0))) return false;
 
     // The chunk's own header is the buffer of every read: it ends as the last "FREE" read.
+    // A header that does not read leaves the last one in place, which is no "JSAM".
     int64_t position = file.tell(nullptr);
-    if (!file.readHeader(header)) return false;
+    file.readHeader(header);
     if (header.tag == kTagTIMS) {
         timsOffset = position;
         if (!readTableAndReserve(file, header, newSamples, times)) return false;
@@ -189,7 +190,7 @@ bool KynSAMSChunk::appendStart(KynFile& file, int64_t newSamples) {
         if (!writeTable(file, kTagTIMS, times)) return false;
         if (!writeReserve(file, header.length - newSamples * 4)) return false;
         position = file.tell(nullptr);
-        if (!file.readHeader(header)) return false;
+        file.readHeader(header);
     }
     jsamOffset = position;
     if (header.tag != kTagJSAM) return false;
