@@ -244,7 +244,8 @@ class NurbsSurfaceKynObj : public GeometryKynObj {
                   AnimationState& state, bool addEndKnots);
     bool getKnots(int sampleIndex, std::vector<double>& knotsU, std::vector<double>& knotsV,
                   AnimationState& state, bool addEndKnots);
-    // The net of numU * numV vertices x, y, z, 1; V fastest, or U fastest with `reorder`.
+    // The net of numU * numV vertices x, y, z, 1; V fastest, or U fastest with `reorder`. A
+    // direction without vertices (K = d - 1 knots) gives an empty net.
     bool getControlPoints(int sampleIndex, std::vector<float>& out, AnimationState& state,
                           bool reorder);
     bool getControlPoints(int sampleIndex, std::vector<double>& out, AnimationState& state,
@@ -296,7 +297,7 @@ class NurbsCurveKynObj : public GeometryKynObj {
                   bool addEndKnots);
     bool getKnots(int sampleIndex, std::vector<double>& knots, AnimationState& state,
                   bool addEndKnots);
-    // The polygon of numCVs vertices x, y, z, 1, periodic repeats included.
+    // The polygon of numCVs vertices x, y, z, 1, periodic repeats included; empty for none.
     bool getControlPoints(int sampleIndex, std::vector<float>& out, AnimationState& state);
     bool getControlPoints(int sampleIndex, std::vector<double>& out, AnimationState& state);
     bool getControlPointsAtTime(float time, KynInterpolationHints& hints, std::vector<float>& out,
