@@ -116,10 +116,6 @@ class NurbsViews : public ::testing::Test {
         o = addObject(file, "|staticPosi", {1}, {"kOpen"});
         file.addAnimated(o, kTagKNTU, std::vector<Floats>{{0, 1}, {0, 1}});
         file.addStatic(o, kTagPOSI, grid(2, 1));
-        // 9: curve with double POSI.
-        o = addObject(file, "|doublePosi", {1}, {"kOpen"});
-        file.addStatic(o, kTagKNTU, knots(2));
-        file.addStatic(o, kTagPOSI, Doubles(6, 0.5));
         ASSERT_TRUE(cache.load(file.write("nurbs_views.kyn").c_str(), true));
     }
     NurbsSurfaceKynObj surface(int object) { return NurbsSurfaceKynObj(&cache, object); }
@@ -183,19 +179,6 @@ TEST_F(NurbsViews, KnotsAddEndKnotsOnRequestOrAlwaysWhenDoubleOnSurfaces) {
     ASSERT_TRUE(curve(8).getKnots(1, wide, state, false));
     EXPECT_EQ(wide, (Doubles{0, 1}));
     EXPECT_EQ(state, KynHelperObj::kAnimated);
-}
-
-TEST_F(NurbsViews, DoublePositionsAreNoControlPoints) {
-    net = {7};
-    wide = {7};
-    EXPECT_FALSE(surface(3).getControlPoints(0, net, state, false));
-    EXPECT_FALSE(surface(3).getControlPoints(0, wide, state, false));
-    EXPECT_FALSE(curve(9).getControlPoints(0, net, state));
-    EXPECT_FALSE(curve(9).getControlPoints(0, wide, state));
-    EXPECT_EQ(net, Floats{7});
-    EXPECT_EQ(wide, Doubles{7});
-    EXPECT_TRUE(surface(3).getPosition(0, net, state, dimension));
-    EXPECT_TRUE(curve(9).getPosition(0, wide, state, dimension));
 }
 
 TEST_F(NurbsViews, PeriodicCurvesRepeatTheirFirstVertices) {
@@ -262,9 +245,11 @@ TEST_F(NurbsViews, AttributesAndReferencePoseOfTheFullNetAreTransposed) {
     EXPECT_EQ(net, grid(3, 2));
 }
 
-// Topologies that describe no net or polygon: false, with the output left alone.
-TEST(NurbsTopology, NetsThatCannotBeBuiltAreRefused) {
-    ViewFile file(1);
+// Topologies that describe no net or polygon: false, with the output left alone. No vertex in
+// a direction (K = d - 1 knots) is an empty net or polygon, and the attributes of such a
+// surface come back as stored.
+TEST(NurbsTopology, NetsThatCannotBeBuiltAreRefusedAndNoVertexGivesAnEmptyOne) {
+    ViewFile file(2);
     const Strings open{"kOpen", "kOpen"};
     // Surfaces 0 to 4: periodic U with 4 knots of degree 3 (no distinct row); POSI a scalar
     // short; numU -1; KNTV missing; one-value DEGR (degrees 0: 4 by 4 net over 9 vertices).
@@ -300,24 +285,51 @@ TEST(NurbsTopology, NetsThatCannotBeBuiltAreRefused) {
     o = addObject(file, "|shortPosiCurve", {1}, {"kOpen"});
     file.addStatic(o, kTagKNTU, knots(4));
     file.addStatic(o, kTagPOSI, three);
+    // 10: 2 knots of degree 3 in U. Curves 11 and 12: 2 knots of degree 3; int knots, which
+    // count as none, with degree 1. 13: periodic, 4 knots of degree 3: 2 vertices, -1 distinct.
+    o = addSurface(file, "|noU", {3, 1}, open, 2, 3);
+    file.addStatic(o, kTagPOSI, three);
+    file.addStaticAttr(o, "values", knots(6), 1);
+    file.addStaticAttr(o, "rmanP__Pref", grid(2, 3), 3);
+    o = addObject(file, "|noCurve", {3}, {"kOpen"});
+    file.addStatic(o, kTagKNTU, knots(2));
+    file.addStatic(o, kTagPOSI, three);
+    o = addObject(file, "|intKnots", {1}, {"kOpen"});
+    file.addStatic(o, kTagKNTU, Ints{0, 1});
+    file.addStatic(o, kTagPOSI, three);
+    o = addObject(file, "|negativeDistinct", {3}, {"kPeriodic"});
+    file.addStatic(o, kTagKNTU, knots(4));
+    file.addStatic(o, kTagPOSI, three);
+    // 14 and 15: double POSI, which no net takes, for either type of the net.
+    file.addStatic(addSurface(file, "|doublePosi", {1, 1}, open, 2, 2), kTagPOSI, Doubles(12, 0));
+    file.addStatic(addSurface(file, "|doublePosiCurve", {1}, {"kOpen"}, 2, 0), kTagPOSI,
+                   Doubles(6, 0));
     KynRoMemCache cache;
     ASSERT_TRUE(cache.load(file.write("nurbs_refused.kyn").c_str(), true));
 
     State state = KynHelperObj::kAnimated;
-    for (int object = 0; object <= 9; ++object) {
+    for (int object : {0, 1, 2, 3, 4, 5, 14, 6, 7, 8, 9, 15}) {
         SCOPED_TRACE(object);
+        const bool isSurface = object <= 5 || object == 14;
         Floats net{7};
+        Doubles wide{7};
         NurbsSurfaceKynObj surface(&cache, object);
         NurbsCurveKynObj curve(&cache, object);
-        EXPECT_FALSE(object <= 5 ? surface.getControlPoints(0, net, state, true)
-                                 : curve.getControlPoints(0, net, state));
+        EXPECT_FALSE(isSurface ? surface.getControlPoints(0, net, state, true)
+                               : curve.getControlPoints(0, net, state));
+        EXPECT_FALSE(isSurface ? surface.getControlPoints(0, wide, state, false)
+                               : curve.getControlPoints(0, wide, state));
         EXPECT_EQ(net, Floats{7});
+        EXPECT_EQ(wide, Doubles{7});
         EXPECT_EQ(state, KynHelperObj::kStatic);
     }
     int dimension = 0;
     Floats values{7}, u, v;
     EXPECT_FALSE(NurbsSurfaceKynObj(&cache, 3).getAttr(0, 0, values, dimension, true));
     EXPECT_EQ(values, Floats{7});
+    // A negative count transposes nothing: the attribute comes back as stored.
+    EXPECT_TRUE(NurbsSurfaceKynObj(&cache, 2).getAttr(0, 0, values, dimension, true));
+    EXPECT_EQ(values, knots(6));
     EXPECT_FALSE(NurbsSurfaceKynObj(&cache, 5).getKnots(0, u, v, state, false));
     EXPECT_TRUE(u.empty());
 
@@ -333,61 +345,29 @@ TEST(NurbsTopology, NetsThatCannotBeBuiltAreRefused) {
     EXPECT_EQ(state, KynHelperObj::kAnimated);  // written before the type is checked
     EXPECT_FALSE(NurbsCurveKynObj(&cache, 7).getForm(0, formU, state));
     EXPECT_EQ(degree, 9);
-}
-
-// No vertex in a direction (K = d - 1 knots) is an empty net or polygon, and the attributes
-// of such a surface, or of one whose count is negative, come back as stored.
-TEST(NurbsTopology, NoVertexInADirectionGivesAnEmptyNet) {
-    ViewFile file(2);
-    const Floats three = grid(3, 1);
-    // 0: 2 knots of degree 3 in U; 1: a negative count in U.
-    int o = addSurface(file, "|noU", {3, 1}, {"kOpen", "kOpen"}, 2, 3);
-    file.addStatic(o, kTagPOSI, three);
-    file.addStaticAttr(o, "values", knots(6), 1);
-    file.addStaticAttr(o, "rmanP__Pref", grid(2, 3), 3);
-    o = addSurface(file, "|negativeU", {5, 1}, {"kOpen", "kOpen"}, 3, 2);
-    file.addStatic(o, kTagPOSI, grid(3, 2));
-    file.addStaticAttr(o, "values", knots(6), 1);
-    // Curves 2 and 3: 2 knots of degree 3; int knots, which count as none, with degree 1.
-    o = addObject(file, "|noCurve", {3}, {"kOpen"});
-    file.addStatic(o, kTagKNTU, knots(2));
-    file.addStatic(o, kTagPOSI, three);
-    o = addObject(file, "|intKnots", {1}, {"kOpen"});
-    file.addStatic(o, kTagKNTU, Ints{0, 1});
-    file.addStatic(o, kTagPOSI, three);
-    // 4: periodic, 4 knots of degree 3: 2 vertices, -1 distinct, so both are the first.
-    o = addObject(file, "|negativeDistinct", {3}, {"kPeriodic"});
-    file.addStatic(o, kTagKNTU, knots(4));
-    file.addStatic(o, kTagPOSI, three);
-    KynRoMemCache cache;
-    ASSERT_TRUE(cache.load(file.write("nurbs_empty.kyn").c_str(), true));
 
     KynInterpolationHints linear{1};
-    State state = KynHelperObj::kAnimated;
     Floats net{7};
-    NurbsSurfaceKynObj surface(&cache, 0);
+    NurbsSurfaceKynObj surface(&cache, 10);
     EXPECT_TRUE(surface.getControlPoints(0, net, state, true));
     EXPECT_TRUE(net.empty());
     net = {7};
     EXPECT_TRUE(surface.getControlPointsAtTime(1.5f, linear, net, state, false));
     EXPECT_TRUE(net.empty());
-    for (int object : {0, 1}) {
-        int dimension = 0;
-        Floats values;
-        EXPECT_TRUE(NurbsSurfaceKynObj(&cache, object).getAttr(0, 0, values, dimension, true));
-        EXPECT_EQ(values, knots(6));
-    }
+    values = {7};
+    EXPECT_TRUE(surface.getAttr(0, 0, values, dimension, true));
+    EXPECT_EQ(values, knots(6));
     EXPECT_TRUE(surface.getPrefControlPoints(net, true));
     EXPECT_EQ(net, grid(2, 3));
-    for (int object : {2, 3}) {
+    for (int object : {11, 12}) {
         net = {7};
         state = KynHelperObj::kAnimated;
         EXPECT_TRUE(NurbsCurveKynObj(&cache, object).getControlPoints(0, net, state)) << object;
         EXPECT_TRUE(net.empty());
         EXPECT_EQ(state, KynHelperObj::kStatic);
     }
-    EXPECT_FALSE(NurbsCurveKynObj(&cache, 3).getKnots(0, net, state, false));
-    ASSERT_TRUE(NurbsCurveKynObj(&cache, 4).getControlPoints(0, net, state));
+    EXPECT_FALSE(NurbsCurveKynObj(&cache, 12).getKnots(0, net, state, false));
+    ASSERT_TRUE(NurbsCurveKynObj(&cache, 13).getControlPoints(0, net, state));
     EXPECT_EQ(net, (Floats{0, 0, 0, 1, 0, 0, 0, 1}));
 }
 

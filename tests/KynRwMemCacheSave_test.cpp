@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
 
 #include "KynRwMemCache.h"
 #include "TestFiles.h"
@@ -155,11 +154,6 @@ TEST(AppendInPlace, GrowsTheJumpTableIntoTheReserveAndWritesOnlyTheNewSamples) {
     const Bytes after = readBytes(path);
     ASSERT_EQ(after.size(), before.size() + 5 * kSampleBytes);
     EXPECT_EQ(layout(after), "DKYN@0+8 META@24+241 SAMS@281+1528[JSAM@297+64 FREE@377+760] 8");
-    for (int s = 0; s < 8; ++s) {
-        const int64_t offset = readLE(after, 313 + 8 * s, 8);
-        EXPECT_EQ(offset, s < 3 ? readLE(before, 313 + 8 * s, 8) : 1405 + (s - 3) * kSampleBytes);
-        EXPECT_EQ(tagAt(after, std::size_t(offset)), "SAMP");
-    }
     EXPECT_TRUE(std::equal(before.begin() + 1169, before.end(), after.begin() + 1169));
     expectFileHolds(path, cache);
     // The jump table in memory now fits the file: the new samples read back from disk.
@@ -168,8 +162,10 @@ TEST(AppendInPlace, GrowsTheJumpTableIntoTheReserveAndWritesOnlyTheNewSamples) {
 }
 
 // Past the reserve a second "SAMS" starts at the end, with a reserve of twice the samples of
-// the whole file (104, then 106).
-TEST(AppendInPlace, MoreSamplesThanTheReserveOpenASecondGroupWhichTheNextAppendReuses) {
+// the whole file (104, then 106). The spare count is that of the last "FREE" behind any
+// "JSAM": a last group without one is reopened all the same, refuses, and the save rewrites
+// the file as one group.
+TEST(AppendInPlace, ASecondGroupPastTheReserveServesNextUnlessItLacksAReserve) {
     const std::string path = savedFile({1, 2, 3});
     const Bytes before = readBytes(path);
     std::vector<float> times;
@@ -183,9 +179,16 @@ TEST(AppendInPlace, MoreSamplesThanTheReserveOpenASecondGroupWhichTheNextAppendR
     expectFileHolds(path, cache);
     KynRwMemCache again;
     appendSamples(again, path, {105});
-    EXPECT_EQ(layout(readBytes(path)),
-              first + " SAMS@1405+11072[JSAM@1421+816 FREE@2253+1656] 102");
+    Bytes bytes = readBytes(path);
+    EXPECT_EQ(layout(bytes), first + " SAMS@1405+11072[JSAM@1421+816 FREE@2253+1656] 102");
     expectFileHolds(path, again);
+    bytes[2253 + 3] = 'X';
+    writeBytes(path, bytes);
+    KynRwMemCache last;
+    appendSamples(last, path, {106});
+    EXPECT_EQ(layout(readBytes(path)),
+              "DKYN@0+8 META@24+241 SAMS@281+11480[JSAM@297+848 FREE@1161+1696] 106");
+    expectFileHolds(path, last);
 }
 
 TEST(AppendInPlace, NonUniformGrowsBothTablesAndShrinksBothReservesAlike) {
@@ -198,9 +201,6 @@ TEST(AppendInPlace, NonUniformGrowsBothTablesAndShrinksBothReservesAlike) {
     const Bytes after = readBytes(path);
     const std::string grown = head + "1720[TIMS@297+20 FREE@333+392 JSAM@741+40 FREE@797+784] 5";
     EXPECT_EQ(layout(after), grown);
-    std::vector<float> times(5);
-    std::memcpy(times.data(), &after.at(313), 5 * sizeof(float));
-    EXPECT_EQ(times, (std::vector<float>{0, 1, 3, 4, 6}));
     expectFileHolds(path, cache);
     // Past the reserve, a second group with a time table of its own.
     std::vector<float> later;
@@ -304,27 +304,6 @@ TEST(AppendRefused, TheJumpTableIsLongerAfterARefusalOfTheSampling) {
     EXPECT_EQ(cache.sampleJumps[3], 0);
 }
 
-// The spare count is that of the last "FREE" behind any "JSAM": a last group without one is
-// reopened all the same, refuses, and the save rewrites the whole file as one group.
-TEST(AppendRefused, ALastGroupWithoutAReserveIsReopenedAndTheFileRewritten) {
-    const std::string path = savedFile({1, 2, 3});
-    std::vector<float> times;
-    for (int t = 4; t <= 104; ++t) times.push_back(float(t));
-    KynRwMemCache first;
-    appendSamples(first, path, times);
-    Bytes bytes = readBytes(path);
-    ASSERT_EQ(tagAt(bytes, 2245), "FREE");  // behind the second group's "JSAM"
-    bytes[2245 + 3] = 'X';
-    writeBytes(path, bytes);
-    KynRwMemCache cache;
-    ASSERT_TRUE(cache.load(path.c_str(), true));
-    addSample(cache, 105);
-    ASSERT_TRUE(cache.save(nullptr, nullptr));
-    EXPECT_EQ(layout(readBytes(path)),
-              "DKYN@0+8 META@24+241 SAMS@281+11372[JSAM@297+840 FREE@1153+1680] 105");
-    expectFileHolds(path, cache);
-}
-
 // Edits leave the jump table alone: an object that a sample made in memory lacks is read from
 // the file through the entry at the sample's index, another sample's after an insertion or a
 // cut, none beyond the table.
@@ -417,10 +396,7 @@ TEST(Save, ObjectsWithoutSamplesMakeAHeaderOnlyFile) {
 
 TEST(RoundTrip, EveryShapeOfCacheReadsBackAsItWasHeld) {
     const std::vector<std::pair<const char*, std::vector<float>>> cases = {
-        {"uniform", {1, 2, 3, 4}},
-        {"non-uniform", {0, 0.25f, 2, 2.5f}},
-        {"one sample", {7}},
-        {"built backwards", {4, 3, 2, 1}}};
+        {"uniform", {1, 2, 3, 4}}, {"one sample", {7}}, {"built backwards", {4, 3, 2, 1}}};
     for (const auto& [what, times] : cases) {
         SCOPED_TRACE(what);
         const std::string path = scratchPath("round.kyn");
