@@ -66,15 +66,16 @@ class KynRwMemCache : public KynRoMemCache {
     bool save(bool* saved, bool* deleted);
     // Appends when `path` is the cache's own file and the file allows it, otherwise writes the
     // whole file afresh; a cache without objects removes `path` instead. `*saved`: a file now
-    // holds the cache; `*deleted`: a file was removed. True unless something failed.
+    // holds the cache; `*deleted`: a file was removed. True unless something failed; false for
+    // a null path.
     bool saveAs(const char* path, bool* saved, bool* deleted);
     // Writes the samples added behind the end of `fileName` into that file in place: into the
     // reserve of the last "SAMS" when the spare count found (that of the last "FREE" behind
     // any "JSAM") holds them, else in a new "SAMS" at the end. False, with the file untouched,
-    // when the file's metadata, counts or sampling do not fit memory, the jump table already
-    // sized to the sample count; a failure from the first write on (a last group without its
-    // reserve refuses there) leaves the file damaged, the memory whole, and a rewrite to
-    // repair it.
+    // when the file's metadata, counts or sampling do not fit memory (a refusal of the sampling
+    // leaves the jump table sized to the sample count already); a failure from the first
+    // write on (a last group without its reserve refuses there) leaves the file damaged, the
+    // memory whole, and a rewrite to repair it.
     bool append();
 
     bool modified = false;   // memory differs from the file

@@ -1,11 +1,12 @@
 // Editing a cache in memory: adding samples, renaming, shifting, cutting and converting the
 // sampling. Nothing here touches the file but `truncate`, which closes it.
 //
-// Invariants kept by these edits: `numSamples` samples lie between `firstTime` and `lastTime`;
-// rate 0 means their times stand in the first `numSamples` entries of `sampleTimes`, any other
-// rate that sample i lies at firstTime + i / rate. The edits leave `sampleJumps` alone: a slot
-// that memory does not hold is read from the file through the entry at the sample's index,
-// which after an insertion or a cut may be another sample's, and beyond the table reads
+// Rate 0 means that the sample times stand in the first `numSamples` entries of `sampleTimes`,
+// any other rate that sample i lies at firstTime + i / rate. The edits compute in single
+// precision and keep what it gives, NaN and a range that no longer fits the sample count
+// included: a cache left so saves a file that does not load. They leave `sampleJumps` alone:
+// a slot that memory does not hold is read from the file through the entry at the sample's
+// index, which after an insertion or a cut may be another sample's, and beyond the table reads
 // nothing.
 #include "KynRwMemCache.h"
 
