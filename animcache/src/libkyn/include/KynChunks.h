@@ -270,7 +270,9 @@ class KynSAMSChunk : public KynGroupChunk {
     bool writeSOBJChunk(KynFile& file, const KynGroupChunk* group);
     bool writeEndSAMPChunk(KynFile& file);
     bool writeEnd(KynFile& file);
-    // `file` stands at the header of the last "SAMS" of a file opened for update.
+    // `file` stands at the header of the last "SAMS" of a file opened for update. Every header
+    // read goes into `header`, which ends as the reserve behind "JSAM" as it was read: a chunk
+    // that has served so needs a fresh one before another writeStart.
     bool appendStart(KynFile& file, int64_t newSamples);
 
     std::vector<float> times;
