@@ -1,22 +1,21 @@
-// The performance figures of the library on the two workloads of Workloads.h, each measured
-// next to its raw baseline in the same repetition, so that a ratio compares two runs made under
-// the same conditions. Every repetition records its library time, its baseline time and their
-// ratio; the table printed at the end gives the medians over the repetitions, with the target of
-// each figure.
+// The performance figures of the library on the two workloads of Workloads.h, each measured next
+// to its raw baseline in the same repetition (Figures.h).
+//
+// The main rows measure what a host does: it loads a cache, finds each object by its path with
+// findObjectIndex, asks KynHelperObjFactory for the view, and reads or evaluates through it; the
+// lookup and the factory are inside the timing. Secondary rows read through views built
+// directly, to show what the read alone costs, and one figure times each step on its own.
 //
 // Baselines: the same position bytes written with fwrite and read with fread through a 1 MiB
 // stdio buffer, pread for single small reads, and for evaluation at a time a plain loop that
 // blends the very arrays the library blends. Files live under /tmp and are warm in the page
-// cache for both sides; writes go to files removed just before, with earlier writes synced. The
-// times are wall-clock times of the measured calls alone: loading a cache before a read, or
-// building the data before a write, is not counted.
+// cache for both sides; writes go to files removed just before, with earlier writes synced.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -25,171 +24,89 @@
 #include <vector>
 
 #include "DGMath.h"
+#include "Figures.h"
 #include "KynHelper.h"
 #include "KynRoMemCache.h"
 #include "Workloads.h"
 
 using namespace Kyn;
+using namespace figures;
 using namespace workloads;
 
 namespace {
 
-// ---- The figures and their summary
+// ---- The figures, in the order of the table
 
-enum class Goal {
-    kNone,
-    kThroughputAtLeast,
-    kTimeRatioAtMost,
-    kMillisecondsBelow,
-    kMegabytesBelow
-};
+const char* const kHostSection = "Host path: lookup by path, factory, read";
+const char* const kStepsSection = "W2, one step at a time, on a cache just loaded";
+const char* const kViewsSection = "Views built directly, no lookup, no factory";
+const char* const kWritesSection = "Writes";
 
-struct Figure {
-    const char* name;
-    const char* baseline;
-    Goal goal;
-    double target;  // 0: none
-};
+const int kFigW1Host =
+    table().add({kHostSection, "W1 load + lookup + factory + getPositionData at sample 24",
+                 "open + fseek + fread of the 12 MB", Goal::kTimeRatioAtMost, 1.3});
+const int kFigW1HostAll = table().add({nullptr, "W1 every sample, lookup + factory, maxSamples 2",
+                                       "fread", Goal::kThroughputAtLeast, 0.6});
+const int kFigW1HostPeak =
+    table().add({nullptr, "W1 every sample, lookup + factory: peak resident growth", "",
+                 Goal::kMegabytesAtMost, 50});
+const int kFigW2Load = table().add(
+    {nullptr, "W2 load", "fread of the bytes load reads", Goal::kMillisecondsAtMost, 10});
+const int kFigW2HostMeshes = table().add({nullptr,
+                                          "W2 every mesh at sample 12, lookup with the previous "
+                                          "index plus one",
+                                          "fread", Goal::kTimeRatioAtMost, 3});
+const int kFigW2HostObject = table().add({nullptr,
+                                          "W2 mesh 5000 at all 24 samples, transform found from "
+                                          "index 0, cache just loaded",
+                                          "pread", Goal::kMillisecondsAtMost, 1.0});
+const int kFigW2HostObjectLazy =
+    table().add({nullptr, "W2 the same, lazyObjectJumps", "pread", Goal::kMillisecondsAtMost, 0.2});
+const int kFigW2HostTransforms =
+    table().add({nullptr,
+                 "W2 every transform, getTransformAtTime(12.5) order 1, "
+                 "cache just loaded",
+                 "fread of the matrices", Goal::kMillisecondsAtMost, 5});
+const int kFigStepLookupHint = table().add(
+    {kStepsSection, "findObjectIndex of every mesh, previous index plus one", "", Goal::kNone, 0});
+const int kFigStepLookupFar =
+    table().add({nullptr, "findObjectIndex of transform 5000 from index 0", "", Goal::kNone, 0});
+const int kFigStepFactory =
+    table().add({nullptr, "kynObjBuilder of every mesh, first time", "", Goal::kNone, 0});
+const int kFigStepFactoryAgain =
+    table().add({nullptr, "kynObjBuilder of every mesh, again", "", Goal::kNone, 0});
+const int kFigStepRead =
+    table().add({nullptr, "getPositionData of every mesh at sample 12", "", Goal::kNone, 0});
+const int kFigStepEval = table().add(
+    {nullptr, "getTransformAtTime(12.5) of every transform, order 1", "", Goal::kNone, 0});
+const int kFigW1Read =
+    table().add({kViewsSection, "W1 read of all samples, getPositionData, maxSamples 2", "fread",
+                 Goal::kThroughputAtLeast, 0.6});
+const int kFigW1Eval1 = table().add({nullptr, "W1 getPositionAtTime, order 1, warm",
+                                     "plain blend loop", Goal::kTimeRatioAtMost, 1.5});
+const int kFigW1Eval3 = table().add({nullptr, "W1 getPositionAtTime, order 3, warm",
+                                     "plain blend loop", Goal::kTimeRatioAtMost, 1.5});
+const int kFigW2Meshes =
+    table().add({nullptr, "W2 every mesh at sample 12", "fread", Goal::kNone, 0});
+const int kFigW2Object = table().add(
+    {nullptr, "W2 mesh 5000 at all 24 samples, cache just loaded", "pread", Goal::kNone, 0});
+const int kFigW2ObjectKept = table().add(
+    {nullptr, "W2 mesh 5001 at all 24 samples, after mesh 5000", "pread", Goal::kNone, 0});
+const int kFigW2ObjectLazy = table().add(
+    {nullptr, "W2 mesh 5000 at all 24 samples, lazyObjectJumps", "pread", Goal::kNone, 0});
+const int kFigW2FirstObjectLazy =
+    table().add({nullptr, "W2 mesh 0 at all 24 samples, lazyObjectJumps", "pread", Goal::kNone, 0});
+const int kFigW2Transforms =
+    table().add({nullptr, "W2 every transform, getTransformAtTime(12.5), order 1",
+                 "fread of the matrices", Goal::kNone, 0});
+const int kFigW1Write = table().add({kWritesSection, "W1 streaming write, KynFile + KynSAMSChunk",
+                                     "fwrite", Goal::kThroughputAtLeast, 0.85});
+const int kFigW1SaveAs = table().add(
+    {nullptr, "W1 write through KynRwMemCache::saveAs", "fwrite", Goal::kThroughputAtLeast, 0.7});
+const int kFigW2Write =
+    table().add({nullptr, "W2 streaming write", "fwrite", Goal::kTimeRatioAtMost, 3});
 
-// What the repetitions of one figure measured.
-struct Results {
-    std::vector<double> library;  // seconds, or megabytes for a memory figure
-    std::vector<double> raw;      // seconds of the baseline
-};
-
-enum FigureId {
-    kFigureW1Write,
-    kFigureW1SaveAs,
-    kFigureW1Read,
-    kFigureW1Peak,
-    kFigureW1Eval1,
-    kFigureW1Eval3,
-    kFigureW2Write,
-    kFigureW2Load,
-    kFigureW2Meshes,
-    kFigureW2Object,
-    kFigureW2ObjectKept,
-    kFigureW2ObjectLazy,
-    kFigureW2FirstObjectLazy,
-    kFigureW2Transforms,
-    kFigureCount
-};
-
-const Figure figures[kFigureCount] = {
-    {"W1 streaming write, KynFile + KynSAMSChunk", "fwrite", Goal::kThroughputAtLeast, 0.85},
-    {"W1 write through KynRwMemCache::saveAs", "fwrite", Goal::kThroughputAtLeast, 0.7},
-    {"W1 read of all samples, getPositionData, maxSamples 2", "fread", Goal::kThroughputAtLeast,
-     0.6},
-    {"W1 read of all samples: peak resident memory", "", Goal::kMegabytesBelow, 60},
-    {"W1 getPositionAtTime, order 1, warm", "plain blend loop", Goal::kTimeRatioAtMost, 1.5},
-    {"W1 getPositionAtTime, order 3, warm", "plain blend loop", Goal::kTimeRatioAtMost, 1.5},
-    {"W2 streaming write", "fwrite", Goal::kTimeRatioAtMost, 3},
-    {"W2 load", "fread of the bytes load reads", Goal::kMillisecondsBelow, 10},
-    {"W2 every mesh at sample 12, lookup by path", "fread", Goal::kTimeRatioAtMost, 4},
-    {"W2 object 5000 at all 24 samples, first read of each sample", "pread",
-     Goal::kMillisecondsBelow, 0.2},
-    {"W2 object 5001 at all 24 samples, after object 5000", "pread", Goal::kMillisecondsBelow, 0.2},
-    {"W2 object 5000 at all 24 samples, lazyObjectJumps", "pread", Goal::kMillisecondsBelow, 0.2},
-    {"W2 object 0 at all 24 samples, lazyObjectJumps", "pread", Goal::kMillisecondsBelow, 0},
-    {"W2 every transform, getTransformAtTime(12.5), order 1", "fread of the matrices",
-     Goal::kTimeRatioAtMost, 0},
-};
-
-Results results[kFigureCount];
-
-double median(std::vector<double> values) {
-    if (values.empty()) return 0.0;
-    std::sort(values.begin(), values.end());
-    const std::size_t half = values.size() / 2;
-    return values.size() % 2 ? values[half] : (values[half - 1] + values[half]) / 2;
-}
-
-// The ratio as its target reads it: a share of the baseline's throughput, or a multiple of the
-// baseline's time.
-double ratioOf(const Figure& figure, double library, double raw) {
-    if (figure.goal == Goal::kThroughputAtLeast) return raw / library;
-    return library / raw;
-}
-
-void printSummary() {
-    printf("\n| Figure | Library | Baseline | Ratio | Target | Met |\n");
-    printf("|---|---|---|---|---|---|\n");
-    for (int id = 0; id < kFigureCount; ++id) {
-        const Figure& figure = figures[id];
-        const Results& measured = results[id];
-        if (measured.library.empty()) continue;
-        std::vector<double> ratios;
-        for (std::size_t r = 0; r < measured.library.size() && r < measured.raw.size(); ++r)
-            ratios.push_back(ratioOf(figure, measured.library[r], measured.raw[r]));
-        const double library = median(measured.library);
-        const double ratio = median(ratios);
-        char target[64] = "none";
-        bool met = true;
-        switch (figure.target > 0 ? figure.goal : Goal::kNone) {
-            case Goal::kNone:
-                break;
-            case Goal::kThroughputAtLeast:
-                snprintf(target, sizeof(target), ">= %.2fx throughput", figure.target);
-                met = ratio >= figure.target;
-                break;
-            case Goal::kTimeRatioAtMost:
-                snprintf(target, sizeof(target), "<= %gx time", figure.target);
-                met = ratio <= figure.target;
-                break;
-            case Goal::kMillisecondsBelow:
-                snprintf(target, sizeof(target), "< %g ms", figure.target);
-                met = library * 1e3 < figure.target;
-                break;
-            case Goal::kMegabytesBelow:
-                snprintf(target, sizeof(target), "< %g MB", figure.target);
-                met = library < figure.target;
-                break;
-        }
-        const char* verdict = figure.target <= 0 ? "-" : met ? "yes" : "NO";
-        if (figure.goal == Goal::kMegabytesBelow) {
-            printf("| %s | %.1f MB | | | %s | %s |\n", figure.name, library, target, verdict);
-            continue;
-        }
-        printf("| %s | %.3f ms | %.3f ms %s | %.2f | %s | %s |\n", figure.name, library * 1e3,
-               median(measured.raw) * 1e3, figure.baseline, ratio, target, verdict);
-    }
-    printf(
-        "\nMedians over the repetitions; the ratio is the median of the per-repetition ratios.\n");
-}
-
-// ---- Measuring
-
-template <class F>
-double timed(F&& f) {
-    const auto start = std::chrono::steady_clock::now();
-    f();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-// The library and baseline seconds of one repetition, and what it reports.
-struct Repetition {
-    double library = 0;
-    double raw = 0;
-    int64_t bytes = 0;  // moved per iteration, for the throughput counters
-
-    void add(benchmark::State& state, double librarySeconds, double rawSeconds) {
-        state.SetIterationTime(librarySeconds);
-        library += librarySeconds;
-        raw += rawSeconds;
-    }
-
-    void finish(benchmark::State& state, FigureId id) {
-        const double n = double(std::max<int64_t>(state.iterations(), 1));
-        results[id].library.push_back(library / n);
-        results[id].raw.push_back(raw / n);
-        state.counters["raw_ms"] = raw / n * 1e3;
-        state.counters["ratio"] = ratioOf(figures[id], library, raw);
-        if (bytes > 0) {
-            state.counters["lib_MBps"] = double(bytes) * n / library / 1e6;
-            state.counters["raw_MBps"] = double(bytes) * n / raw / 1e6;
-        }
-    }
-};
+// ---- Memory
 
 // /proc/self/status fields in kilobytes; -1 when the line is missing.
 long statusKilobytes(const char* field) {
@@ -293,6 +210,23 @@ bool freadBlocks(FILE* in, char* out, std::size_t count, std::size_t block) {
     return true;
 }
 
+// ---- The host's steps
+
+// The view of an object as a host gets it: from the factory, kept when it is of class View.
+template <class View>
+std::unique_ptr<View> viewFromFactory(KynRoMemCache& cache, int index) {
+    KynHelperObjFactory factory(&cache);
+    std::unique_ptr<KynHelperObj> view(factory.kynObjBuilder(index));
+    if (dynamic_cast<View*>(view.get()) == nullptr) return nullptr;
+    return std::unique_ptr<View>(static_cast<View*>(view.release()));
+}
+
+bool readPositions(GeometryKynObj& view, int sample, const std::vector<float>*& data) {
+    KynHelperObj::AnimationState animated;
+    int dimension = 0;
+    return view.getPositionData(sample, data, animated, dimension);
+}
+
 // ---- W1
 
 void BM_W1StreamWrite(benchmark::State& state) {
@@ -309,7 +243,7 @@ void BM_W1StreamWrite(benchmark::State& state) {
         repetition.add(state, library, raw);
     }
     w1Written = true;
-    repetition.finish(state, kFigureW1Write);
+    repetition.finish(state, kFigW1Write);
 }
 
 void BM_W1SaveAs(benchmark::State& state) {
@@ -326,10 +260,43 @@ void BM_W1SaveAs(benchmark::State& state) {
         if (!ok) return state.SkipWithError("a write failed");
         repetition.add(state, library, raw);
     }
-    repetition.finish(state, kFigureW1SaveAs);
+    repetition.finish(state, kFigW1SaveAs);
 }
 
-void BM_W1ReadAll(benchmark::State& state) {
+// One sample of W1 the way a host gets it, load included, against opening the raw file and
+// reading the same 12 MB in one call.
+void BM_W1HostOneSample(benchmark::State& state) {
+    constexpr int kSample = 24;
+    if (!ensureW1Files()) return state.SkipWithError("the W1 files could not be written");
+    const std::size_t sampleBytes = kW1Floats * sizeof(float);
+    std::vector<float> buffer(kW1Floats, 1.0f);
+    Repetition repetition;
+    repetition.bytes = int64_t(sampleBytes);
+    for (auto _ : state) {
+        bool ok = true;
+        const double raw = timed([&] {
+            FILE* in = fopen(paths().w1Raw.c_str(), "r");
+            ok = in != nullptr && fseeko(in, off_t(kSample) * off_t(sampleBytes), SEEK_SET) == 0 &&
+                 fread(buffer.data(), 1, sampleBytes, in) == sampleBytes;
+            if (in) fclose(in);
+        });
+        auto cache = std::make_unique<KynRoMemCache>();
+        const double library = timed([&] {
+            std::unique_ptr<MeshKynObj> view;
+            const std::vector<float>* data = nullptr;
+            ok = ok && cache->load(paths().w1.c_str(), true) &&
+                 (view = viewFromFactory<MeshKynObj>(*cache, cache->findObjectIndex("|mesh", 0))) &&
+                 readPositions(*view, kSample, data) && data->size() == kW1Floats;
+        });
+        if (!ok) return state.SkipWithError("a read failed");
+        repetition.add(state, library, raw);
+    }
+    repetition.finish(state, kFigW1Host);
+}
+
+// Every sample of W1 through one view, `host`: found and built as a host does, inside the
+// timing; otherwise built directly. Also the growth of the resident size over load and read.
+void w1ReadAll(benchmark::State& state, bool host) {
     if (!ensureW1Files()) return state.SkipWithError("the W1 files could not be written");
     std::vector<float> buffer(kW1Floats, 1.0f);
     const std::size_t sampleBytes = kW1Floats * sizeof(float);
@@ -353,14 +320,14 @@ void BM_W1ReadAll(benchmark::State& state) {
         {
             KynRoMemCache cache;
             ok = ok && cache.load(paths().w1.c_str(), true, 2);
-            MeshKynObj view(&cache, 0);
+            std::unique_ptr<MeshKynObj> view(host ? nullptr : new MeshKynObj(&cache, 0));
             library = timed([&] {
+                if (host)
+                    view = viewFromFactory<MeshKynObj>(cache, cache.findObjectIndex("|mesh", 0));
+                ok = ok && view;
                 for (int s = 0; ok && s < kW1Samples; ++s) {
                     const std::vector<float>* data = nullptr;
-                    KynHelperObj::AnimationState animated;
-                    int dimension = 0;
-                    ok = view.getPositionData(s, data, animated, dimension) &&
-                         data->size() == kW1Floats;
+                    ok = readPositions(*view, s, data) && data->size() == kW1Floats;
                 }
             });
         }
@@ -368,9 +335,17 @@ void BM_W1ReadAll(benchmark::State& state) {
         if (peakKnown) peakMegabytes = double(statusKilobytes("VmHWM:") - before) / 1024.0;
         repetition.add(state, library, raw);
     }
-    repetition.finish(state, kFigureW1Read);
+    repetition.finish(state, host ? kFigW1HostAll : kFigW1Read);
     state.counters["peak_MB"] = peakMegabytes;
-    results[kFigureW1Peak].library.push_back(peakMegabytes);
+    if (host) table().results(kFigW1HostPeak).library.push_back(peakMegabytes);
+}
+
+void BM_W1HostReadAll(benchmark::State& state) {
+    w1ReadAll(state, true);
+}
+
+void BM_W1ReadAll(benchmark::State& state) {
+    w1ReadAll(state, false);
 }
 
 // The blend that getPositionAtTime performs, written out plainly over the same arrays.
@@ -413,8 +388,7 @@ void BM_W1EvalAtTime(benchmark::State& state) {
         const float time = float(first) + 0.5f;
         KynHelperObj::AnimationState animated;
         int dimension = 0;
-        for (int k = 0; k <= order; ++k)
-            view.getPositionData(first + k, picked[std::size_t(k)], animated, dimension);
+        for (int k = 0; k <= order; ++k) readPositions(view, first + k, picked[std::size_t(k)]);
         const float x = order == 1 ? time - float(first) : time - float(first + 1);
         const double raw = timed([&] { plainBlend(order, x, picked, plain); });
         bool ok = false;
@@ -423,7 +397,7 @@ void BM_W1EvalAtTime(benchmark::State& state) {
         if (!ok || out != plain) return state.SkipWithError("the blends differ");
         repetition.add(state, library, raw);
     }
-    repetition.finish(state, order == 1 ? kFigureW1Eval1 : kFigureW1Eval3);
+    repetition.finish(state, order == 1 ? kFigW1Eval1 : kFigW1Eval3);
 }
 
 // ---- W2
@@ -444,7 +418,7 @@ void BM_W2StreamWrite(benchmark::State& state) {
         repetition.add(state, library, raw);
     }
     w2Written = true;
-    repetition.finish(state, kFigureW2Write);
+    repetition.finish(state, kFigW2Write);
 }
 
 // The bytes in front of the first sample: what a load reads.
@@ -474,7 +448,7 @@ void BM_W2Load(benchmark::State& state) {
             return state.SkipWithError("a load failed");
         repetition.add(state, library, raw);
     }
-    repetition.finish(state, kFigureW2Load);
+    repetition.finish(state, kFigW2Load);
 }
 
 const std::vector<std::string>& w2MeshNames() {
@@ -483,8 +457,35 @@ const std::vector<std::string>& w2MeshNames() {
     return names;
 }
 
-void BM_W2MeshesAtSample(benchmark::State& state) {
+const std::vector<std::string>& w2TransformNames() {
+    static std::vector<std::string> names;
+    for (int k = int(names.size()); k < kW2Meshes; ++k) names.push_back(w2TransformName(k));
+    return names;
+}
+
+// The positions of mesh k at sample 12 are those W2 wrote.
+bool isMeshAtSample12(const std::vector<float>* data, int k) {
+    return data->size() == kW2Floats && (*data)[0] == float(16 * k) && (*data)[1] == float(16 * 12);
+}
+
+// fread of the raw positions of every mesh at sample 12, one call per mesh.
+double rawMeshesAtSample12(std::vector<char>& buffer, bool& ok) {
     constexpr int kSample = 12;
+    const std::size_t meshBytes = kW2Floats * sizeof(float);
+    std::vector<char> stdioBuffer;
+    FILE* in = openStdio(paths().w2Raw, "r", stdioBuffer);
+    ok = in != nullptr;
+    const double raw = timed([&] {
+        ok = ok && fseeko(in, off_t(kSample) * kW2Meshes * off_t(meshBytes), SEEK_SET) == 0 &&
+             freadBlocks(in, buffer.data(), buffer.size(), meshBytes);
+    });
+    if (in) fclose(in);
+    return raw;
+}
+
+// Every mesh at sample 12, `host`: looked up by path with the previous index plus one as hint
+// and built by the factory; otherwise a view built directly on the known index.
+void w2MeshesAtSample(benchmark::State& state, bool host) {
     if (!ensureW2Files()) return state.SkipWithError("no W2 file");
     const std::vector<std::string>& names = w2MeshNames();
     const std::size_t meshBytes = kW2Floats * sizeof(float);
@@ -492,51 +493,63 @@ void BM_W2MeshesAtSample(benchmark::State& state) {
     Repetition repetition;
     repetition.bytes = int64_t(meshBytes) * kW2Meshes;
     for (auto _ : state) {
-        std::vector<char> stdioBuffer;
-        FILE* in = openStdio(paths().w2Raw, "r", stdioBuffer);
-        bool ok = in != nullptr;
-        const double raw = timed([&] {
-            ok = ok && fseeko(in, off_t(kSample) * kW2Meshes * off_t(meshBytes), SEEK_SET) == 0 &&
-                 freadBlocks(in, buffer.data(), buffer.size(), meshBytes);
-        });
-        if (in) fclose(in);
+        bool ok = false;
+        const double raw = rawMeshesAtSample12(buffer, ok);
         KynRoMemCache cache;
         ok = ok && cache.load(paths().w2.c_str(), true);
         const double library = timed([&] {
             int index = -1;
             for (int k = 0; ok && k < kW2Meshes; ++k) {
-                index = cache.findObjectIndex(names[std::size_t(k)], index + 1);
-                MeshKynObj view(&cache, index);
+                std::unique_ptr<GeometryKynObj> view;
+                if (host) {
+                    index = cache.findObjectIndex(names[std::size_t(k)], index + 1);
+                    view = viewFromFactory<MeshKynObj>(cache, index);
+                } else {
+                    view.reset(new MeshKynObj(&cache, w2Mesh(k)));
+                }
                 const std::vector<float>* data = nullptr;
-                KynHelperObj::AnimationState animated;
-                int dimension = 0;
-                ok = view.getPositionData(kSample, data, animated, dimension) &&
-                     data->size() == kW2Floats && (*data)[0] == float(16 * k);
+                ok = view && readPositions(*view, 12, data) && isMeshAtSample12(data, k);
             }
         });
         if (!ok) return state.SkipWithError("a read failed");
         repetition.add(state, library, raw);
     }
-    repetition.finish(state, kFigureW2Meshes);
+    repetition.finish(state, host ? kFigW2HostMeshes : kFigW2Meshes);
 }
 
-// Reads mesh `mesh` at every sample through a view: true when every read gave its data.
-bool readAllSamples(KynRoMemCache& cache, int mesh) {
-    MeshKynObj view(&cache, w2Mesh(mesh));
+void BM_W2HostMeshesAtSample(benchmark::State& state) {
+    w2MeshesAtSample(state, true);
+}
+
+void BM_W2MeshesAtSample(benchmark::State& state) {
+    w2MeshesAtSample(state, false);
+}
+
+// Reads mesh `mesh` at every sample through `view`: true when every read gave its data.
+bool readAllSamples(GeometryKynObj& view) {
     for (int s = 0; s < kW2Samples; ++s) {
         const std::vector<float>* data = nullptr;
-        KynHelperObj::AnimationState animated;
-        int dimension = 0;
-        if (!view.getPositionData(s, data, animated, dimension) || (*data)[1] != float(16 * s))
-            return false;
+        if (!readPositions(view, s, data) || (*data)[1] != float(16 * s)) return false;
     }
     return true;
 }
 
+// Mesh `mesh` as a host finds it: its transform by path from index 0, the mesh from the
+// transform's index plus one, the view from the factory. Null when any step fails.
+std::unique_ptr<MeshKynObj> hostMesh(KynRoMemCache& cache, int mesh) {
+    const int transform = cache.findObjectIndex(w2TransformNames()[std::size_t(mesh)], 0);
+    if (transform < 0) return nullptr;
+    const int index = cache.findObjectIndex(w2MeshNames()[std::size_t(mesh)], transform + 1);
+    return viewFromFactory<MeshKynObj>(cache, index);
+}
+
+enum class Reach { kDirect, kHost };
+
 // Mesh `mesh` at all samples, on a freshly loaded cache. With `after` the cache has first read
 // the mesh before it at all samples, so that the object tables of the samples are in hand; with
 // `lazy` it takes single entries of the tables.
-void objectAllSamples(benchmark::State& state, int mesh, bool after, bool lazy, FigureId figure) {
+void objectAllSamples(benchmark::State& state, int mesh, bool after, bool lazy, Reach reach,
+                      int figure) {
     if (!ensureW2Files()) return state.SkipWithError("no W2 file");
     const std::size_t meshBytes = kW2Floats * sizeof(float);
     std::vector<char> buffer(meshBytes);
@@ -552,9 +565,19 @@ void objectAllSamples(benchmark::State& state, int mesh, bool after, bool lazy, 
         });
         KynRoMemCache cache;
         cache.lazyObjectJumps = lazy;
-        ok = ok && cache.load(paths().w2.c_str(), true) &&
-             (!after || readAllSamples(cache, mesh - 1));
-        const double library = timed([&] { ok = ok && readAllSamples(cache, mesh); });
+        ok = ok && cache.load(paths().w2.c_str(), true);
+        if (ok && after) {
+            MeshKynObj before(&cache, w2Mesh(mesh - 1));
+            ok = readAllSamples(before);
+        }
+        const double library = timed([&] {
+            std::unique_ptr<MeshKynObj> view;
+            if (reach == Reach::kHost)
+                view = hostMesh(cache, mesh);
+            else
+                view.reset(new MeshKynObj(&cache, w2Mesh(mesh)));
+            ok = ok && view && readAllSamples(*view);
+        });
         if (!ok) return state.SkipWithError("a read failed");
         repetition.add(state, library, raw);
     }
@@ -562,57 +585,151 @@ void objectAllSamples(benchmark::State& state, int mesh, bool after, bool lazy, 
     repetition.finish(state, figure);
 }
 
+void BM_W2HostObject(benchmark::State& state) {
+    objectAllSamples(state, 5000, false, false, Reach::kHost, kFigW2HostObject);
+}
+
+void BM_W2HostObjectLazy(benchmark::State& state) {
+    objectAllSamples(state, 5000, false, true, Reach::kHost, kFigW2HostObjectLazy);
+}
+
 void BM_W2ObjectAllSamples(benchmark::State& state) {
-    objectAllSamples(state, 5000, false, false, kFigureW2Object);
+    objectAllSamples(state, 5000, false, false, Reach::kDirect, kFigW2Object);
 }
 
 void BM_W2ObjectAfterAnother(benchmark::State& state) {
-    objectAllSamples(state, 5001, true, false, kFigureW2ObjectKept);
+    objectAllSamples(state, 5001, true, false, Reach::kDirect, kFigW2ObjectKept);
 }
 
 void BM_W2ObjectLazyJumps(benchmark::State& state) {
-    objectAllSamples(state, 5000, false, true, kFigureW2ObjectLazy);
+    objectAllSamples(state, 5000, false, true, Reach::kDirect, kFigW2ObjectLazy);
 }
 
 // The same for the first mesh: its slot in the memory table of each sample comes first, so the
 // difference to mesh 5000 is the cost of the 10,000 slots in front of that mesh's.
 void BM_W2FirstObjectLazyJumps(benchmark::State& state) {
-    objectAllSamples(state, 0, false, true, kFigureW2FirstObjectLazy);
+    objectAllSamples(state, 0, false, true, Reach::kDirect, kFigW2FirstObjectLazy);
 }
 
-void BM_W2TransformsAtTime(benchmark::State& state) {
+// fread of the raw matrices of samples 12 and 13, one call per matrix.
+double rawMatricesAtSample12(std::vector<char>& buffer, bool& ok) {
     constexpr int kSample = 12;
-    constexpr float kTime = 12.5f;
-    if (!ensureW2Files()) return state.SkipWithError("no W2 file");
     const std::size_t sampleBytes = kW2Meshes * kMatrixFloats * sizeof(float);
-    std::vector<char> buffer(2 * sampleBytes);
+    std::vector<char> stdioBuffer;
+    FILE* in = openStdio(paths().w2Matrices, "r", stdioBuffer);
+    ok = in != nullptr;
+    const double raw = timed([&] {
+        ok = ok && fseeko(in, off_t(kSample) * off_t(sampleBytes), SEEK_SET) == 0 &&
+             freadBlocks(in, buffer.data(), buffer.size(), kMatrixFloats * sizeof(float));
+    });
+    if (in) fclose(in);
+    return raw;
+}
+
+bool evaluate(TransformKynObj& view, int k, std::vector<float>& matrix) {
+    constexpr float kTime = 12.5f;
+    KynInterpolationHints hints;
+    hints.order = 1;
+    KynHelperObj::AnimationState animated;
+    return view.getTransformAtTime(kTime, hints, matrix, animated) && matrix[12] == float(k) &&
+           matrix[13] == kTime;
+}
+
+// Every transform evaluated at 12.5, `host`: looked up by path with the previous index plus one
+// as hint and built by the factory; otherwise a view built directly on the known index.
+void w2TransformsAtTime(benchmark::State& state, bool host) {
+    if (!ensureW2Files()) return state.SkipWithError("no W2 file");
+    const std::vector<std::string>& names = w2TransformNames();
+    std::vector<char> buffer(2 * kW2Meshes * kMatrixFloats * sizeof(float));
     Repetition repetition;
     for (auto _ : state) {
-        std::vector<char> stdioBuffer;
-        FILE* in = openStdio(paths().w2Matrices, "r", stdioBuffer);
-        bool ok = in != nullptr;
-        const double raw = timed([&] {
-            ok = ok && fseeko(in, off_t(kSample) * off_t(sampleBytes), SEEK_SET) == 0 &&
-                 freadBlocks(in, buffer.data(), buffer.size(), kMatrixFloats * sizeof(float));
-        });
-        if (in) fclose(in);
+        bool ok = false;
+        const double raw = rawMatricesAtSample12(buffer, ok);
         KynRoMemCache cache;
         ok = ok && cache.load(paths().w2.c_str(), true);
-        KynInterpolationHints hints;
-        hints.order = 1;
         std::vector<float> matrix;
         const double library = timed([&] {
+            int index = -1;
             for (int k = 0; ok && k < kW2Meshes; ++k) {
-                TransformKynObj view(&cache, w2Transform(k));
-                KynHelperObj::AnimationState animated;
-                ok = view.getTransformAtTime(kTime, hints, matrix, animated) &&
-                     matrix[12] == float(k) && matrix[13] == kTime;
+                std::unique_ptr<TransformKynObj> view;
+                if (host) {
+                    index = cache.findObjectIndex(names[std::size_t(k)], index + 1);
+                    view = viewFromFactory<TransformKynObj>(cache, index);
+                } else {
+                    view.reset(new TransformKynObj(&cache, w2Transform(k)));
+                }
+                ok = view && evaluate(*view, k, matrix);
             }
         });
         if (!ok) return state.SkipWithError("an evaluation failed");
         repetition.add(state, library, raw);
     }
-    repetition.finish(state, kFigureW2Transforms);
+    repetition.finish(state, host ? kFigW2HostTransforms : kFigW2Transforms);
+}
+
+void BM_W2HostTransformsAtTime(benchmark::State& state) {
+    w2TransformsAtTime(state, true);
+}
+
+void BM_W2TransformsAtTime(benchmark::State& state) {
+    w2TransformsAtTime(state, false);
+}
+
+// Each step of the host path on its own, on a cache just loaded: lookups, the factory (the
+// first time for each object and again), reads through the views, evaluation.
+void BM_W2Steps(benchmark::State& state) {
+    if (!ensureW2Files()) return state.SkipWithError("no W2 file");
+    const std::vector<std::string>& meshNames = w2MeshNames();
+    const std::vector<std::string>& transformNames = w2TransformNames();
+    Repetition lookupHint, lookupFar, factory, factoryAgain, read, eval;
+    for (auto _ : state) {
+        KynRoMemCache cache;
+        bool ok = cache.load(paths().w2.c_str(), true);
+        std::vector<int> indices(kW2Meshes);
+        lookupHint.add(state, timed([&] {
+                           int index = -1;
+                           for (int k = 0; k < kW2Meshes; ++k)
+                               indices[std::size_t(k)] = index =
+                                   cache.findObjectIndex(meshNames[std::size_t(k)], index + 1);
+                       }),
+                       0);
+        lookupFar.add(
+            state,
+            timed([&] { ok = ok && cache.findObjectIndex(transformNames[5000], 0) == 10000; }), 0);
+        std::vector<std::unique_ptr<MeshKynObj>> views(kW2Meshes);
+        KynHelperObjFactory builder(&cache);
+        const auto build = [&] {
+            for (int k = 0; k < kW2Meshes; ++k)
+                views[std::size_t(k)].reset(
+                    dynamic_cast<MeshKynObj*>(builder.kynObjBuilder(indices[std::size_t(k)])));
+        };
+        factory.add(state, timed(build), 0);
+        factoryAgain.add(state, timed(build), 0);
+        read.add(state, timed([&] {
+                     for (int k = 0; ok && k < kW2Meshes; ++k) {
+                         const std::vector<float>* data = nullptr;
+                         ok = views[std::size_t(k)] &&
+                              readPositions(*views[std::size_t(k)], 12, data) &&
+                              isMeshAtSample12(data, k);
+                     }
+                 }),
+                 0);
+        std::vector<float> matrix;
+        eval.add(state, timed([&] {
+                     for (int k = 0; ok && k < kW2Meshes; ++k) {
+                         TransformKynObj view(&cache, w2Transform(k));
+                         ok = evaluate(view, k, matrix);
+                     }
+                 }),
+                 0);
+        if (!ok) return state.SkipWithError("a step failed");
+    }
+    lookupHint.finish(state, kFigStepLookupHint);
+    lookupFar.finish(state, kFigStepLookupFar);
+    factory.finish(state, kFigStepFactory);
+    factoryAgain.finish(state, kFigStepFactoryAgain);
+    read.finish(state, kFigStepRead);
+    eval.finish(state, kFigStepEval);
 }
 
 void configure(benchmark::internal::Benchmark* b, int iterations) {
@@ -627,16 +744,23 @@ void configure(benchmark::internal::Benchmark* b, int iterations) {
 
 BENCHMARK(BM_W1StreamWrite)->Apply([](auto* b) { configure(b, 1); });
 BENCHMARK(BM_W1SaveAs)->Apply([](auto* b) { configure(b, 1); });
+BENCHMARK(BM_W1HostOneSample)->Apply([](auto* b) { configure(b, 5); });
+BENCHMARK(BM_W1HostReadAll)->Apply([](auto* b) { configure(b, 1); });
 BENCHMARK(BM_W1ReadAll)->Apply([](auto* b) { configure(b, 1); });
 BENCHMARK(BM_W1EvalAtTime)->Arg(1)->Arg(3)->Apply([](auto* b) { configure(b, 40); });
 BENCHMARK(BM_W2StreamWrite)->Apply([](auto* b) { configure(b, 1); });
 BENCHMARK(BM_W2Load)->Apply([](auto* b) { configure(b, 10); });
+BENCHMARK(BM_W2HostMeshesAtSample)->Apply([](auto* b) { configure(b, 5); });
+BENCHMARK(BM_W2HostObject)->Apply([](auto* b) { configure(b, 20); });
+BENCHMARK(BM_W2HostObjectLazy)->Apply([](auto* b) { configure(b, 20); });
+BENCHMARK(BM_W2HostTransformsAtTime)->Apply([](auto* b) { configure(b, 3); });
+BENCHMARK(BM_W2Steps)->Apply([](auto* b) { configure(b, 1); });
 BENCHMARK(BM_W2MeshesAtSample)->Apply([](auto* b) { configure(b, 5); });
 BENCHMARK(BM_W2ObjectAllSamples)->Apply([](auto* b) { configure(b, 20); });
 BENCHMARK(BM_W2ObjectAfterAnother)->Apply([](auto* b) { configure(b, 20); });
 BENCHMARK(BM_W2ObjectLazyJumps)->Apply([](auto* b) { configure(b, 20); });
 BENCHMARK(BM_W2FirstObjectLazyJumps)->Apply([](auto* b) { configure(b, 20); });
-BENCHMARK(BM_W2TransformsAtTime)->Apply([](auto* b) { configure(b, 1); });
+BENCHMARK(BM_W2TransformsAtTime)->Apply([](auto* b) { configure(b, 3); });
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
@@ -644,6 +768,6 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     removeScratchFiles();
-    printSummary();
+    table().print();
     return 0;
 }
