@@ -6,8 +6,11 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <memory>
+#include <typeinfo>
 
 #include "KynCache.h"
+#include "KynHelper.h"
 #include "KynRwMemCache.h"
 #include "TestFiles.h"
 #include "ViewFiles.h"
@@ -587,4 +590,81 @@ TEST(KynCacheLookup, TagsComeFromMetadataOrTheFirstSample) {
     std::remove(path.c_str());
     EXPECT_TRUE(cache.objectHas(2, kTagDATR));
     EXPECT_FALSE(cache.objectHas(1, kTagMESH));
+}
+
+// Two objects over two samples, with metadata that a save can rewrite in place. Object 0 has
+// "VELO" in its second sample only; object 1 holds `firstTag` in its first sample, three floats
+// either way, so that both files lie out alike.
+std::string writeTwoObjects(const std::string& name, unsigned firstTag) {
+    ViewFile scene(2);
+    scene.meta.application = "app";
+    scene.meta.sourceFile = "scene";
+    scene.meta.date = 1400000000;
+    scene.addObject("|a");
+    scene.addObject("|b");
+    scene.addAnimated(0, kTagPOSI, std::vector<Floats>{{1, 2, 3}, {1, 2, 3}});
+    scene.addAt(1, 0, kTagVELO, Floats{1, 2, 3});
+    scene.addAt(0, 1, firstTag, Floats{1, 2, 3});
+    scene.addAt(1, 1, kTagPOSI, Floats{1, 2, 3});
+    return scene.write(name);
+}
+
+const std::type_info& builtClass(KynRoMemCache& cache, int index) {
+    std::unique_ptr<KynHelperObj> view(KynHelperObjFactory(&cache).kynObjBuilder(index));
+    return typeid(*view);
+}
+
+// The tags of an object's first sample are those on disk, however often they are asked for.
+// A save makes them those of the saved file: here another writer changed the first sample under
+// the cache, and the save appends a sample behind it.
+TEST(KynCacheLookup, FirstSampleTagsAreThoseOnDiskUntilASave) {
+    const std::string path = writeTwoObjects("tags_before.kyn", kTagPOSI);
+    const Bytes changed = readBytes(writeTwoObjects("tags_after.kyn", kTagXFRM));
+    KynRwMemCache cache;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    for (int again = 0; again < 2; ++again) {
+        EXPECT_TRUE(cache.objectHas(0, kTagPOSI));
+        EXPECT_FALSE(cache.objectHas(0, kTagVELO));  // in a later sample only
+        EXPECT_FALSE(cache.isObjectAnimated(0, kTagVELO));
+        EXPECT_FALSE(cache.objectHas(1, kTagXFRM));
+        EXPECT_EQ(builtClass(cache, 1), typeid(GeometryKynObj));
+    }
+    writeBytes(path, changed);
+    ASSERT_NE(cache.allocSample(3.0f, 0), nullptr);
+    ASSERT_TRUE(cache.save(nullptr, nullptr));
+    EXPECT_TRUE(cache.objectHas(1, kTagXFRM));
+    EXPECT_TRUE(cache.isObjectAnimated(1, kTagXFRM));
+    EXPECT_FALSE(cache.objectHas(1, kTagPOSI));
+    EXPECT_EQ(builtClass(cache, 1), typeid(TransformKynObj));
+}
+
+// A leaf shared by many objects: each lookup finds the first object in circular order from its
+// start, whichever start, also after objects are added and renamed.
+TEST(KynCacheLookup, ASharedLeafIsFoundFirstInCircularOrderFromEveryStart) {
+    KynRwMemCache cache;
+    const auto expectFirstFrom = [&cache](const std::string& leaf) {
+        const int count = int(cache.meta.objects.size());
+        for (int start = -1; start <= count; ++start) {
+            int expected = -1;
+            const int from = start < 0 || start >= count ? 0 : start;
+            for (int k = 0; k < count && expected < 0; ++k) {
+                const std::string& name = cache.meta.objects[std::size_t((from + k) % count)]->name;
+                const std::size_t bar = name.rfind('|');
+                if (name.substr(bar == std::string::npos ? 0 : bar + 1) == leaf)
+                    expected = (from + k) % count;
+            }
+            EXPECT_EQ(cache.findObjectIndex("|ns:any|ns:" + leaf, start), expected)
+                << leaf << " from " << start;
+        }
+    };
+    for (int k = 0; k < 300; ++k)
+        cache.meta.addDOBJ(("|xf_" + std::to_string(k) + (k % 7 == 3 ? "|mesh" : "")).c_str());
+    expectFirstFrom("mesh");
+    expectFirstFrom("xf_150");
+    cache.setName(301, "|xf_9|mesh");  // adds objects 300 and 301
+    cache.setName(3, "|xf_3");
+    cache.setName(150, "|elsewhere|mesh");
+    expectFirstFrom("mesh");
+    expectFirstFrom("xf_150");
+    expectFirstFrom("xf_3");
 }

@@ -8,6 +8,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <typeinfo>
 
 #include "AllocationGuard.h"
 #include "KynChunks.h"
@@ -121,7 +123,76 @@ class DamagedCachesTest : public ::testing::TestWithParam<bool> {
     ~DamagedCachesTest() override { std::remove(path.c_str()); }
 };
 
+// Whether a read of the object's whole first sample finds `tag` in it.
+bool firstSampleReadHas(KynRoMemCache& cache, int object, unsigned tag) {
+    const int sample = cache.getSampleIndex(cache.meta.firstTime);
+    if (int(cache.meta.numSamples) < 1 || sample < 0) return false;
+    std::unique_ptr<KynGroupChunk> group(cache.loadObjectSample(sample, object));
+    return group && KynCache::findChunk(group.get(), tag);
+}
+
+// Whether the object carries `tag`: in its metadata, as attributes, or in its first sample.
+bool carries(KynRoMemCache& cache, int object, unsigned tag) {
+    KynDOBJChunk* dobj = cache.meta.objects[std::size_t(object)];
+    if (KynCache::findChunk(dobj, tag)) return true;
+    if (tag == kTagDATR && dobj->datr && dobj->datr->getNumAttrs() > 0) return true;
+    return firstSampleReadHas(cache, object, tag);
+}
+
+// The class the factory builds for the tags that `has` finds, in the factory's precedence.
+template <class Has>
+const std::type_info& classFor(Has has) {
+    const std::pair<unsigned, const std::type_info*> steps[] = {
+        {kTagXFRM, &typeid(TransformKynObj)},    {kTagMESH, &typeid(MeshKynObj)},
+        {kTagNRBS, &typeid(NurbsSurfaceKynObj)}, {kTagNRBC, &typeid(NurbsCurveKynObj)},
+        {kTagELOC, &typeid(LocatorKynObj)},      {kTagLXCS, &typeid(LxCoordSystemKynObj)},
+        {kTagPOSI, &typeid(GeometryKynObj)}};
+    for (const auto& [tag, built] : steps)
+        if (has(tag)) return *built;
+    return typeid(KynHelperObj);
+}
+
 }  // namespace
+
+// What objectHas, isObjectAnimated and the factory answer from the headers of a first sample
+// is what a read of the whole sample tells, on every damaged file that loads.
+TEST_P(DamagedCachesTest, FirstSampleTagsAreThoseOfAWholeRead) {
+    const Bytes bytes = writeFile(GetParam());
+    const unsigned tags[] = {kTagXFRM, kTagMESH, kTagPOSI, kTagMTRX, kTagATRS,
+                             kTagATTR, kTagSOBJ, kTagDATR, kTagVELO};
+    int loaded = 0;
+    const auto compare = [&](const Bytes& damaged, const std::string& what) {
+        writeBytes(path, damaged);
+        Capture out(std::cout);
+        KynRoMemCache cache;
+        if (!cache.load(path.c_str(), true)) return;
+        ++loaded;
+        KynHelperObjFactory factory(&cache);
+        for (int object = 0; object < int(cache.meta.objects.size()); ++object) {
+            const std::string where = what + ", object " + std::to_string(object);
+            for (unsigned tag : tags) {
+                const bool inMetadata = KynCache::findChunk(cache.meta.objects[object], tag);
+                ASSERT_EQ(cache.objectHas(object, tag), carries(cache, object, tag)) << where;
+                ASSERT_EQ(cache.isObjectAnimated(object, tag),
+                          !inMetadata && firstSampleReadHas(cache, object, tag))
+                    << where;
+            }
+            std::unique_ptr<KynHelperObj> view(factory.kynObjBuilder(object));
+            const auto has = [&](unsigned tag) { return carries(cache, object, tag); };
+            ASSERT_EQ(typeid(*view), classFor(has)) << where;
+        }
+    };
+    for (std::size_t size = 0; size <= bytes.size(); ++size)
+        compare(Bytes(bytes.begin(), bytes.begin() + long(size)), "cut at " + std::to_string(size));
+    for (std::size_t at = 0; at + 8 <= bytes.size(); ++at) {
+        for (int64_t value : {int64_t(0), int64_t(-1), int64_t(1) << 31, int64_t(1) << 62}) {
+            Bytes damaged = bytes;
+            std::memcpy(&damaged[at], &value, 8);
+            compare(damaged, std::to_string(value) + " at " + std::to_string(at));
+        }
+    }
+    EXPECT_GT(loaded, 0);
+}
 
 TEST_P(DamagedCachesTest, CutAtEveryByte) {
     const Bytes bytes = writeFile(GetParam());

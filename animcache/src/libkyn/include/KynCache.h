@@ -12,9 +12,12 @@
 // Cost: a read in a sample other than `jumpSample` brings that sample's "JOBJ" table into
 // `objectJumps`. The tables of samples left behind are kept aside by the file offset of their
 // "SAMP" (a bounded number, least recently used dropped first) and come back without a read of
-// the file. They are forgotten whenever `jumpSample` is -1, as load, reset and every save leave
-// it: code that changes the file under a loaded cache sets `jumpSample` to -1. With
-// `lazyObjectJumps` a read may take its object's single entry instead (see there).
+// the file. With `lazyObjectJumps` a read may take its object's single entry instead (see
+// there). `objectHas` and `isObjectAnimated` read only the headers of an object's first sample,
+// once: the tags found there are kept, so that later questions about the object cost no read
+// while the stream stays open. Kept tables and tags are forgotten whenever `jumpSample` is -1,
+// as load, reset and every save leave it: code that changes the file under a loaded cache sets
+// `jumpSample` to -1.
 #ifndef KYN_CACHE_H
 #define KYN_CACHE_H
 
@@ -29,6 +32,7 @@
 namespace Kyn {
 
 class KynJumpTables;
+class KynSampleTags;
 
 // Stream open modes by `KynCache::rwMode`: 0 "r", 1 "r+".
 extern const char* mode[2];
@@ -74,7 +78,8 @@ class KynCache {
     float getSampleTime(int index) const;
 
     // Whether the object carries `tag` in its metadata or in its first sample ("DATR" also
-    // counts when the attribute table is not empty). Reads past the memory cache.
+    // counts when the attribute table is not empty). Reads past the memory cache, which it
+    // neither fills nor disturbs.
     bool objectHas(int objectIndex, unsigned tag);
     // Whether `tag` is in the object's first sample and not in its metadata.
     bool isObjectAnimated(int objectIndex, unsigned tag);
@@ -117,9 +122,12 @@ class KynCache {
     bool findObjectJump(int sampleIndex, int objectIndex, int64_t& offset);
     int lowerBoundTime(float time) const;
     bool firstSampleHas(int objectIndex, unsigned tag);
+    bool surveyObjectSample(int sampleIndex, int objectIndex, std::vector<unsigned>& tags);
+    void forgetFileContents();
 
-    std::unique_ptr<KynJumpTables> keptJumps;  // tables of samples other than jumpSample
-    std::vector<uint32_t> entryReads;          // per sample, single entries read while lazy
+    std::unique_ptr<KynJumpTables> keptJumps;     // tables of samples other than jumpSample
+    std::unique_ptr<KynSampleTags> firstSamples;  // tags of the objects' first samples
+    std::vector<uint32_t> entryReads;             // per sample, single entries read while lazy
 };
 
 }  // namespace Kyn

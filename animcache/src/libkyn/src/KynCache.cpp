@@ -16,8 +16,10 @@
 #include <memory>
 #include <typeinfo>
 
+#include "KynChunksSurvey.h"
 #include "KynJumpTables.h"
 #include "KynLog.h"
+#include "KynSampleTags.h"
 
 // A failed step of load: the message, then the bool that load catches.
 #define KYN_LOAD_FAIL(message)  \
@@ -115,7 +117,7 @@ KynGroupChunk* readSampleGroup(const KynHeader& header, KynFile& file, KynGroupC
 
 }  // namespace
 
-KynCache::KynCache() : keptJumps(new KynJumpTables()) {
+KynCache::KynCache() : keptJumps(new KynJumpTables()), firstSamples(new KynSampleTags()) {
     KynCache::reset();
 }
 
@@ -142,7 +144,15 @@ void KynCache::reset() {
     sampleTimes.clear();
     sampleJumps.clear();
     objectJumps.clear();
+    forgetFileContents();
+}
+
+// What the cache learnt of the file beyond its tables: the object tables of other samples and
+// the tags of first samples. Called whenever jumpSample is found -1, the mark that the file may
+// have changed under the cache.
+void KynCache::forgetFileContents() {
     keptJumps->clear();
+    firstSamples->clear();
 }
 
 bool KynCache::load(const char* path, bool keepOpenArg) {
@@ -251,7 +261,7 @@ bool KynCache::readObjectJumps(int sampleIndex) {
     if (!file.hasStream()) return false;
     // Without a table in hand the samples may have been rewritten or moved since any was kept.
     const bool holding = held >= 0 && std::size_t(held) < sampleJumps.size();
-    if (!holding) keptJumps->clear();
+    if (!holding) forgetFileContents();
     const int64_t offset = sampleJumps[static_cast<std::size_t>(sampleIndex)];
     std::vector<int64_t>& incoming = keptJumps->spare();
     if (!keptJumps->take(offset, incoming) && !readJumpTable(offset, incoming)) return false;
@@ -353,6 +363,20 @@ bool KynCache::seekChannelSample(KynHeader& header, int sampleIndex, int objectI
         }
         if (!file.skipData(header) || file.groupStack.size() != depth) return false;
     }
+}
+
+// Reads the object's "SOBJ" in the sample as loadObjectSample would, keeping only its tag and
+// those of every chunk below it; true exactly when loadObjectSample would give a group.
+bool KynCache::surveyObjectSample(int sampleIndex, int objectIndex, std::vector<unsigned>& tags) {
+    KynHeader header;
+    bool read = seekObjectSample(header, sampleIndex, objectIndex);
+    if (read) {
+        tags.push_back(kTagSOBJ);
+        KynTagSurvey group(kTagSOBJ, tags);
+        read = group.read(header, file);
+    }
+    if (!keepOpen) file.close();
+    return read;
 }
 
 KynGroupChunk* KynCache::loadObjectSample(int sampleIndex, int objectIndex) {

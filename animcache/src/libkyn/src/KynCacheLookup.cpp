@@ -5,17 +5,35 @@
 // in `sampleTimes`, which is searched only as far as both it and the sample count reach.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 #include "KynCache.h"
+#include "KynSampleTags.h"
 
 namespace Kyn {
 
 namespace {
 
-std::string leafOf(const std::string& name) {
+// The last component of a path: the text behind its last "|", or all of it.
+struct Leaf {
+    const char* text;
+    std::size_t length;
+};
+
+Leaf leafOf(const std::string& name) {
     const std::size_t bar = name.rfind('|');
-    return bar == std::string::npos ? name : name.substr(bar + 1);
+    if (bar == std::string::npos) return Leaf{name.data(), name.size()};
+    return Leaf{name.data() + bar + 1, name.size() - bar - 1};
+}
+
+// Whether the last component of `name` is `leaf`, which holds no "|": `name` ends in it, right
+// behind a "|" or as a whole.
+bool endsInLeaf(const std::string& name, Leaf leaf) {
+    if (name.size() < leaf.length) return false;
+    const std::size_t start = name.size() - leaf.length;
+    if (start != 0 && name[start - 1] != '|') return false;
+    return std::memcmp(name.data() + start, leaf.text, leaf.length) == 0;
 }
 
 // A computed sample position truncated to a sample index, or -1. NaN and values outside the
@@ -28,8 +46,9 @@ int truncatedIndex(float position, int count) {
 
 }  // namespace
 
+// Equal names have equal leaves, so the leaves alone decide.
 bool KynCache::compareNames(const std::string& a, const std::string& b) const {
-    return a == b || leafOf(a) == leafOf(b);
+    return endsInLeaf(a, leafOf(b));
 }
 
 int KynCache::findObjectIndex(const std::string& name, int startIndex) const {
@@ -38,10 +57,10 @@ int KynCache::findObjectIndex(const std::string& name, int startIndex) const {
 
     // Each path component of the query loses everything up to its last ":". The first
     // character of the whole name is always kept, so "ns:a" is looked up as "na".
-    std::string wanted;
-    if (name.find(':') == std::string::npos) {
-        wanted = name;
-    } else {
+    std::string stripped;
+    const bool namespaced = name.find(':') != std::string::npos;
+    if (namespaced) {
+        std::string& wanted = stripped;
         int lastColon = -1;
         int lastBar = 0;
         if (name[0] == ':')
@@ -61,11 +80,12 @@ int KynCache::findObjectIndex(const std::string& name, int startIndex) const {
         }
     }
 
+    const Leaf leaf = leafOf(namespaced ? stripped : name);
     if (startIndex < 0 || startIndex >= count) startIndex = 0;
     for (int k = 0; k < count; ++k) {
         const int index = (startIndex + k) % count;
         const KynDOBJChunk* object = meta.objects[static_cast<std::size_t>(index)];
-        if (object && compareNames(object->name, wanted)) return index;
+        if (object && endsInLeaf(object->name, leaf)) return index;
     }
     return -1;
 }
@@ -148,15 +168,28 @@ float KynCache::getSampleTime(int index) const {
     return time;
 }
 
-// Reads the object's first sample past the memory cache and looks for `tag` in it.
+// Whether the object's first sample on disk holds `tag`: read past the memory cache, which is
+// neither filled nor disturbed. The first question about an object reads the headers of its
+// "SOBJ"; the tags found there answer every later one while the stream stays open, until the
+// file may have changed (jumpSample -1).
 bool KynCache::firstSampleHas(int objectIndex, unsigned tag) {
     const int sampleIndex = getSampleIndex(meta.firstTime);
     if (sampleIndex < 0) return false;
-    KynGroupChunk* sample = loadObjectSample(sampleIndex, objectIndex);
-    if (sample == nullptr) return false;
-    const bool found = findChunk(sample, tag) != nullptr;
-    delete sample;
-    return found;
+    // With the stream closed the file is opened again, which may fail: no kept answer holds.
+    const bool open = file.hasStream();
+    if (jumpSample < 0) forgetFileContents();
+    // A sample without an offset is not on disk; its reads fail.
+    const bool onDisk = std::size_t(sampleIndex) < sampleJumps.size();
+    const int64_t offset = onDisk ? sampleJumps[std::size_t(sampleIndex)] : -1;
+    bool has = false;
+    if (open && onDisk) {
+        const KynSampleTags::Known known = firstSamples->find(offset, objectIndex, tag, has);
+        if (known != KynSampleTags::Known::kNo) return has;
+    }
+    std::vector<unsigned> tags;
+    const bool read = surveyObjectSample(sampleIndex, objectIndex, tags);
+    if (open && onDisk) firstSamples->keep(offset, objectIndex, read, tags);
+    return read && std::find(tags.begin(), tags.end(), tag) != tags.end();
 }
 
 bool KynCache::objectHas(int objectIndex, unsigned tag) {

@@ -3,6 +3,7 @@
 //   group := header, chunk*                              (length counts every child byte)
 #include "KynChunks.h"
 #include "KynChunksCopy.h"
+#include "KynChunksSurvey.h"
 
 #include <cstring>
 
@@ -140,8 +141,7 @@ int64_t payloadLength(const std::vector<std::string>& data) {
 
 template <class T>
 bool readElements(const KynHeader& h, KynFile& file, std::vector<T>& data) {
-    if (h.length % int64_t(sizeof(T)) != 0) return false;
-    if (h.length != 0 && !file.canRead(h.length)) return false;
+    if (!leafPayloadReadable(h, file, int64_t(sizeof(T)))) return false;
     data.resize(static_cast<std::size_t>(h.length) / sizeof(T));
     return file.readData(h, data.empty() ? nullptr : static_cast<void*>(data.data()));
 }
@@ -171,6 +171,11 @@ void printElement(std::ostream& os, const char& value) {
 }
 
 }  // namespace
+
+bool leafPayloadReadable(const KynHeader& h, KynFile& file, int64_t elementSize) {
+    if (h.length % elementSize != 0) return false;
+    return h.length == 0 || file.canRead(h.length);
+}
 
 template <class T>
 KynLeafChunk<T>::KynLeafChunk() : KynLeafChunk(kTagFREE) {}
@@ -338,6 +343,32 @@ std::ostream& KynGroupChunk::print(std::ostream& os, int depth) const {
     printChildren(os, depth + 1);
     for (const KynChunk* child : children) child->print(os, depth + 1) << std::endl;
     return os;
+}
+
+// ---- KynTagSurvey
+
+bool KynTagSurvey::readChild(const KynHeader& h, KynFile& file, bool& handled) {
+    // Every child is taken here, with the rules by which create() and read() would take it.
+    handled = true;
+    tags.push_back(h.tag);
+    switch (h.type) {
+        case kTypeGroup: {
+            KynTagSurvey group(h.tag, tags);
+            return group.read(h, file);
+        }
+        case kTypeUndef:
+        case kTypeCstr:
+            return leafPayloadReadable(h, file, 1) && file.skipData(h);
+        case kTypeInt32:
+        case kTypeFloat:
+            return leafPayloadReadable(h, file, 4) && file.skipData(h);
+        case kTypeInt64:
+        case kTypeDouble:
+            return leafPayloadReadable(h, file, 8) && file.skipData(h);
+        default:
+            // A chunk of an unknown type keeps its header and passes over its payload.
+            return file.skipData(h);
+    }
 }
 
 // ---- KynDKYNChunk
