@@ -33,7 +33,10 @@ bool endsInLeaf(const std::string& name, Leaf leaf) {
     if (name.size() < leaf.length) return false;
     const std::size_t start = name.size() - leaf.length;
     if (start != 0 && name[start - 1] != '|') return false;
-    return std::memcmp(name.data() + start, leaf.text, leaf.length) == 0;
+    // Names that differ mostly differ in their last character: it is compared first.
+    if (leaf.length == 0) return true;
+    if (name.back() != leaf.text[leaf.length - 1]) return false;
+    return std::memcmp(name.data() + start, leaf.text, leaf.length - 1) == 0;
 }
 
 // A computed sample position truncated to a sample index, or -1. NaN and values outside the
@@ -82,9 +85,20 @@ int KynCache::findObjectIndex(const std::string& name, int startIndex) const {
 
     const Leaf leaf = leafOf(namespaced ? stripped : name);
     if (startIndex < 0 || startIndex >= count) startIndex = 0;
+    // A long search waits on memory for each object in turn; the objects a few steps ahead are
+    // asked for early so that their waits overlap.
+    constexpr int kAhead = 8;
+    KynDOBJChunk* const* objects = meta.objects.data();
     for (int k = 0; k < count; ++k) {
         const int index = (startIndex + k) % count;
-        const KynDOBJChunk* object = meta.objects[static_cast<std::size_t>(index)];
+        const KynDOBJChunk* ahead =
+            k + kAhead < count ? objects[(index + kAhead) % count] : nullptr;
+        if (ahead) {
+            __builtin_prefetch(&ahead->name);
+            __builtin_prefetch(reinterpret_cast<const char*>(&ahead->name) + sizeof(std::string) -
+                               1);
+        }
+        const KynDOBJChunk* object = objects[index];
         if (object && endsInLeaf(object->name, leaf)) return index;
     }
     return -1;
