@@ -221,6 +221,17 @@ std::unique_ptr<View> viewFromFactory(KynRoMemCache& cache, int index) {
     return std::unique_ptr<View>(static_cast<View*>(view.release()));
 }
 
+// The view of the next object of a walk in file order. `host`: looked up by `name` with the
+// previous index plus one as hint (`index`, updated) and built by the factory; otherwise built
+// directly on `direct`.
+template <class View>
+std::unique_ptr<View> walkView(KynRoMemCache& cache, const std::string& name, int direct, bool host,
+                               int& index) {
+    if (!host) return std::unique_ptr<View>(new View(&cache, direct));
+    index = cache.findObjectIndex(name, index + 1);
+    return viewFromFactory<View>(cache, index);
+}
+
 bool readPositions(GeometryKynObj& view, int sample, const std::vector<float>*& data) {
     KynHelperObj::AnimationState animated;
     int dimension = 0;
@@ -500,13 +511,8 @@ void w2MeshesAtSample(benchmark::State& state, bool host) {
         const double library = timed([&] {
             int index = -1;
             for (int k = 0; ok && k < kW2Meshes; ++k) {
-                std::unique_ptr<GeometryKynObj> view;
-                if (host) {
-                    index = cache.findObjectIndex(names[std::size_t(k)], index + 1);
-                    view = viewFromFactory<MeshKynObj>(cache, index);
-                } else {
-                    view.reset(new MeshKynObj(&cache, w2Mesh(k)));
-                }
+                auto view =
+                    walkView<MeshKynObj>(cache, names[std::size_t(k)], w2Mesh(k), host, index);
                 const std::vector<float>* data = nullptr;
                 ok = view && readPositions(*view, 12, data) && isMeshAtSample12(data, k);
             }
@@ -651,13 +657,8 @@ void w2TransformsAtTime(benchmark::State& state, bool host) {
         const double library = timed([&] {
             int index = -1;
             for (int k = 0; ok && k < kW2Meshes; ++k) {
-                std::unique_ptr<TransformKynObj> view;
-                if (host) {
-                    index = cache.findObjectIndex(names[std::size_t(k)], index + 1);
-                    view = viewFromFactory<TransformKynObj>(cache, index);
-                } else {
-                    view.reset(new TransformKynObj(&cache, w2Transform(k)));
-                }
+                auto view = walkView<TransformKynObj>(cache, names[std::size_t(k)], w2Transform(k),
+                                                      host, index);
                 ok = view && evaluate(*view, k, matrix);
             }
         });
