@@ -623,6 +623,12 @@ TEST(KynCacheLookup, FirstSampleTagsAreThoseOnDiskUntilASave) {
     KynRwMemCache cache;
     ASSERT_TRUE(cache.load(path.c_str(), true));
     for (int again = 0; again < 2; ++again) {
+        // Each answer leaves the first sample's object table held, as its read does.
+        delete cache.loadObjectSample(1, 0);
+        ASSERT_EQ(cache.jumpSample, 1);
+        EXPECT_FALSE(cache.objectHas(1, kTagXFRM));
+        EXPECT_EQ(cache.jumpSample, 0);
+        EXPECT_EQ(cache.objectJumps.size(), 2u);
         EXPECT_TRUE(cache.objectHas(0, kTagPOSI));
         EXPECT_FALSE(cache.objectHas(0, kTagVELO));  // in a later sample only
         EXPECT_FALSE(cache.isObjectAnimated(0, kTagVELO));

@@ -198,7 +198,11 @@ bool KynCache::firstSampleHas(int objectIndex, unsigned tag) {
     bool has = false;
     if (open && onDisk) {
         const KynSampleTags::Known known = firstSamples->find(offset, objectIndex, tag, has);
-        if (known != KynSampleTags::Known::kNo) return has;
+        // The public tables end as the read of the sample would leave them: its object table
+        // held, taken from the kept ones when it is there.
+        int64_t sobj = 0;
+        if (known != KynSampleTags::Known::kNo && findObjectJump(sampleIndex, objectIndex, sobj))
+            return has;
     }
     std::vector<unsigned> tags;
     const bool read = surveyObjectSample(sampleIndex, objectIndex, tags);
