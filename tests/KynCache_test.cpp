@@ -8,10 +8,12 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <thread>
 #include <typeinfo>
 
 #include "KynCache.h"
 #include "KynHelper.h"
+#include "KynMessages.h"
 #include "KynRwMemCache.h"
 #include "TestFiles.h"
 #include "ViewFiles.h"
@@ -228,6 +230,28 @@ TEST(KynCacheLoad, OpeningFailuresReturnAtOnce) {
                   opening[0] == 'b' ? "error opening file" : "error reading header");
         expectEmpty(cache);
     }
+}
+
+TEST(KynCacheLoad, ACaptureKeepsTheMessagesOfItsThreadInsteadOfPrintingThem) {
+    const std::string missing = scratchPath("missing.kyn");
+    Capture out(std::cout);
+    KynCache cache;
+    KynMessageCapture outer;
+    {
+        KynMessageCapture inner;
+        EXPECT_FALSE(cache.load(missing.c_str(), true));
+        std::thread other([&] {
+            KynCache elsewhere;
+            EXPECT_FALSE(elsewhere.load(missing.c_str(), true));  // printed: not captured there
+        });
+        other.join();
+        EXPECT_EQ(inner.messages, std::vector<std::string>{"error opening file, Not a Kyn file"});
+    }
+    EXPECT_TRUE(outer.messages.empty());
+    EXPECT_FALSE(cache.load(missing.c_str(), true));
+    EXPECT_EQ(outer.last(), "error opening file, Not a Kyn file");
+    ASSERT_EQ(out.lines().size(), 1u);
+    EXPECT_EQ(libraryMessage(out.lines()[0]), "error opening file, Not a Kyn file");
 }
 
 TEST(KynCacheLoad, EveryFrameAndSampleStreamFailureIsReportedAndThrownAway) {

@@ -6,8 +6,12 @@
 
 #include <iostream>
 
-#define KYN_LOG_ERROR(message) \
-    (std::cout << __FILE__ << ':' << __LINE__ << ' ' << message << std::endl)
+namespace Kyn {
+// Prints a library error line, or keeps it in the thread's KynMessageCapture (KynMessages.h).
+void kynLogError(const char* sourceFile, int line, const char* message);
+}  // namespace Kyn
+
+#define KYN_LOG_ERROR(message) ::Kyn::kynLogError(__FILE__, __LINE__, message)
 
 #define KYN_UTIL_ERROR(utility, message)                                                   \
     (std::cerr << utility << " at " << __FILE__ << ':' << __LINE__ << " Error " << message \
