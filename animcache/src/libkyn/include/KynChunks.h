@@ -269,6 +269,12 @@ class KynSAMSChunk : public KynGroupChunk {
     bool writeEndSOBJChunk(KynFile& file);
     bool writeSOBJChunk(KynFile& file, const KynGroupChunk* group);
     bool writeEndSAMPChunk(KynFile& file);
+    // A whole sample in one block, in the place of writeStartSAMPChunk ... writeEndSAMPChunk:
+    // `header` and `payload` are a "SAMP" group as it stands in a file, copied from another
+    // file. Its "JOBJ" entries must already be the offsets that its "SOBJ" headers take here,
+    // behind a header written at the current position. False when the group is full.
+    bool writeSAMPChunk(KynFile& file, const KynHeader& header, const void* payload,
+                        const float* time);
     bool writeEnd(KynFile& file);
     // `file` stands at the header of the last "SAMS" of a file opened for update. Every header
     // read goes into `header`, which ends as the reserve behind "JSAM" as it was read: a chunk

@@ -156,6 +156,19 @@ bool KynSAMSChunk::writeEndSAMPChunk(KynFile& file) {
     return true;
 }
 
+bool KynSAMSChunk::writeSAMPChunk(KynFile& file, const KynHeader& sample, const void* payload,
+                                  const float* time) {
+    if (sampleIndex >= sampleJumps.size() || sample.tag != kTagSAMP || sample.type != kTypeGroup)
+        return false;
+    bool ok = false;
+    const int64_t offset = file.tell(&ok);
+    if (!ok || !file.writeChunk(sample, payload, -1)) return false;
+    sampleJumps[sampleIndex] = offset;
+    if (time != nullptr && sampleIndex < times.size()) times[sampleIndex] = *time;
+    ++sampleIndex;
+    return true;
+}
+
 bool KynSAMSChunk::writeEnd(KynFile& file) {
     for (const KynChunk* child : children) {
         if (!child->write(file)) {

@@ -1,0 +1,22 @@
+// A scene of every object kind, for the suites that need each kind in one file: a transform
+// "|xf" with an animated matrix; a mesh "|xf|mesh" with static topology, animated positions,
+// an animated int32 attribute and a static float one; a curve "|curve" with animated control
+// points; a coordinate system "|system" with a static attribute; a surface "|surface" and a
+// locator "|locator", all static. Sample s moves the matrix to x = s and sets the positions to s.
+#ifndef KYN_EVERY_KIND_H
+#define KYN_EVERY_KIND_H
+
+#include "KynChunks.h"
+
+namespace kyntest_support {
+
+constexpr int kEveryKindObjects = 6;
+
+// Adds the six objects, with their static chunks and attribute tables, to `meta`.
+void describeEveryKind(Kyn::KynMETAChunk& meta);
+// Writes sample `s` of the scene through `sams`, at `time`.
+void writeEveryKindSample(Kyn::KynFile& file, Kyn::KynSAMSChunk& sams, int s, const float* time);
+
+}  // namespace kyntest_support
+
+#endif
