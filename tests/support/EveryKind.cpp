@@ -61,4 +61,32 @@ void writeEveryKindSample(KynFile& file, KynSAMSChunk& sams, int s, const float*
     ASSERT_TRUE(sams.writeEndSAMPChunk(file));
 }
 
+float everyKindTime(bool nonUniform, int s) {
+    return nonUniform ? float(1 << s) : float(1 + s);
+}
+
+void writeEveryKindFile(const std::string& path, int first, int count, bool nonUniform,
+                        const std::function<void(KynMETAChunk&)>& adjust) {
+    KynFile file;
+    ASSERT_TRUE(file.open(path.c_str(), "w"));
+    ASSERT_TRUE(KynDKYNChunk().write(file));
+    KynMETAChunk meta;
+    meta.application = "test";
+    meta.numSamples = count;
+    meta.firstTime = everyKindTime(nonUniform, first);
+    meta.lastTime = everyKindTime(nonUniform, first + count - 1);
+    meta.rate = nonUniform ? 0.0f : 1.0f;
+    describeEveryKind(meta);
+    if (adjust) adjust(meta);
+    ASSERT_TRUE(meta.write(file));
+    KynSAMSChunk sams;
+    ASSERT_TRUE(sams.writeStart(file, count, 0, meta.rate == 0.0f));
+    for (int s = first; s < first + count; ++s) {
+        const float time = everyKindTime(nonUniform, s);
+        writeEveryKindSample(file, sams, s, &time);
+    }
+    ASSERT_TRUE(sams.writeEnd(file));
+    ASSERT_TRUE(file.close());
+}
+
 }  // namespace kyntest_support

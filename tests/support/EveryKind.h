@@ -6,6 +6,9 @@
 #ifndef KYN_EVERY_KIND_H
 #define KYN_EVERY_KIND_H
 
+#include <functional>
+#include <string>
+
 #include "KynChunks.h"
 
 namespace kyntest_support {
@@ -16,6 +19,14 @@ constexpr int kEveryKindObjects = 6;
 void describeEveryKind(Kyn::KynMETAChunk& meta);
 // Writes sample `s` of the scene through `sams`, at `time`.
 void writeEveryKindSample(Kyn::KynFile& file, Kyn::KynSAMSChunk& sams, int s, const float* time);
+
+// The time of sample s: frame 1 + s when uniform (rate 1), 2^s when not.
+float everyKindTime(bool nonUniform, int s);
+
+// Writes samples `first` to `first + count - 1` of the scene to `path` in one "SAMS" group,
+// letting `adjust` change the metadata before it goes out.
+void writeEveryKindFile(const std::string& path, int first, int count, bool nonUniform,
+                        const std::function<void(Kyn::KynMETAChunk&)>& adjust = {});
 
 }  // namespace kyntest_support
 
