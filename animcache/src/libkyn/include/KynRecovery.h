@@ -51,6 +51,7 @@ struct KynDamage {
         kOutOfOrder,   // its time is not after the time of the sample kept before it
     };
     Kind kind = kChunk;
+    unsigned tag = 0;     // of the chunk concerned ("SAMS", "SAMP", "SOBJ", "JSAM" ...); 0: none
     int64_t offset = -1;  // file offset of the chunk concerned; -1 when none applies
     int64_t sample = -1;  // index of the sample concerned; -1 when none or not known
     int object = -1;      // index of the object concerned; -1 when none
@@ -59,7 +60,7 @@ struct KynDamage {
 
 // A short name of each kind ("cut", "unfinished", ...), stable for scripts and JSON.
 const char* kynDamageName(KynDamage::Kind kind);
-// The kind in words, as a sentence fragment: "the file ends inside it", ...
+// The kind in words, said of the chunk concerned: "the file ends inside it", ...
 const char* kynDamageText(KynDamage::Kind kind);
 
 // A sample as the scanner found it.

@@ -25,10 +25,11 @@ void readEverySample(KynRoMemCache& cache, const std::set<int64_t>& explained,
         if (beyond < 0) return;
         KynDamage damage;
         damage.kind = KynDamage::kCut;
+        damage.tag = kTagSAMP;
         damage.offset = cache.sampleJumps[std::size_t(beyond)];
         damage.sample = beyond;
         damage.detail = s - 1 == beyond
-                            ? "the sample lies beyond the end of the file"
+                            ? "it lies beyond the end of the file"
                             : "samples " + std::to_string(beyond) + " to " + std::to_string(s - 1) +
                                   " lie beyond the end of the file";
         report.damage.push_back(damage);
@@ -47,6 +48,7 @@ void readEverySample(KynRoMemCache& cache, const std::set<int64_t>& explained,
             if (group) continue;
             KynDamage damage;
             damage.kind = KynDamage::kUnreadable;
+            damage.tag = kTagSOBJ;
             damage.offset = cache.jumpSample == s && std::size_t(o) < cache.objectJumps.size()
                                 ? cache.objectJumps[std::size_t(o)]
                                 : offset;
@@ -60,6 +62,7 @@ void readEverySample(KynRoMemCache& cache, const std::set<int64_t>& explained,
                 failed.resize(1);
                 failed[0].offset = offset;
                 failed[0].object = -1;
+                failed[0].tag = kTagSAMP;
             }
             report.damage.insert(report.damage.end(), failed.begin(), failed.end());
         }
@@ -101,6 +104,7 @@ KynCheckReport checkCache(const char* path, const KynProgress& progress) {
         if (!sample.objectTableMatches) {
             KynDamage damage;
             damage.kind = KynDamage::kObjectTable;
+            damage.tag = kTagJOBJ;
             damage.offset = sample.offset;
             damage.sample = sample.index;
             found.push_back(damage);

@@ -53,29 +53,29 @@ const char* kynDamageText(KynDamage::Kind kind) {
         case KynDamage::kLoad:
             return "the file does not load";
         case KynDamage::kCut:
-            return "the file ends inside it";
+            return "the file is cut short there";
         case KynDamage::kUnfinished:
             return "its length was never written";
         case KynDamage::kLength:
             return "its length does not match what it holds";
         case KynDamage::kChunk:
-            return "bytes that do not belong there";
+            return "unexpected or broken chunk";
         case KynDamage::kObjectCount:
             return "it holds another number of objects than the metadata names";
         case KynDamage::kObjectTable:
-            return "its object table does not lead to its objects";
+            return "its entries do not lead to the sample's objects";
         case KynDamage::kSampleTable:
-            return "its sample table does not lead to its samples";
+            return "its entries do not lead to the samples";
         case KynDamage::kTimeTable:
-            return "its time table does not match its sample table";
+            return "it does not match the sample table";
         case KynDamage::kSampleCount:
-            return "the metadata gives another number of samples than the file holds";
+            return "it gives another number of samples than the file holds";
         case KynDamage::kUnreadable:
             return "the cache cannot read it";
         case KynDamage::kNoTime:
             return "its time is not on disk";
         case KynDamage::kOutOfOrder:
-            return "its time is not after the time of the sample before it";
+            return "its time is not after the time of the sample kept before it";
     }
     return "?";
 }
@@ -104,9 +104,11 @@ bool isGroupHeader(const KynHeader& h) {
     return h.tag == kTagSAMS && h.type == kTypeGroup;
 }
 
-KynDamage damageAt(KynDamage::Kind kind, int64_t offset, std::string detail = std::string()) {
+KynDamage damageAt(KynDamage::Kind kind, unsigned tag, int64_t offset,
+                   std::string detail = std::string()) {
     KynDamage damage;
     damage.kind = kind;
+    damage.tag = tag;
     damage.offset = offset;
     damage.detail = std::move(detail);
     return damage;
@@ -137,8 +139,10 @@ struct ScannedGroup {
     int64_t length = 0;   // its header's length
     int64_t end = -1;     // behind the last chunk of it that the walk passed
     bool hasTimes = false;
+    int64_t timsOffset = -1;
     std::vector<float> times;
     bool hasJumps = false;
+    int64_t jsamOffset = -1;
     std::vector<int64_t> jumps;
     int64_t lastWritten = -1;                        // the last non-zero entry of `jumps`
     int64_t firstIndex = -1;                         // index of its first sample, when known
@@ -230,7 +234,7 @@ bool KynSampleScanner::State::openFile(const char* path, KynDKYNChunk& dkyn, Kyn
     if (dkyn.read(h, file)) {
         at = 24;
     } else {
-        found.push_back(damageAt(KynDamage::kChunk, 0, "the magic chunk does not read"));
+        found.push_back(damageAt(KynDamage::kChunk, kTagDKYN, 0, "it does not read"));
         at = fits(16, h.length, size) ? 16 + h.length : 24;
     }
     for (;;) {
@@ -282,7 +286,7 @@ void KynSampleScanner::State::skipTo(int64_t offset, int64_t from, const char* w
     const int64_t end = offset < 0 ? size : offset;
     std::string detail = std::string(what) + "; " + std::to_string(end - from) + " bytes skipped";
     if (offset < 0) detail += ", up to the end of the file";
-    found.push_back(damageAt(KynDamage::kChunk, from, detail));
+    found.push_back(damageAt(KynDamage::kChunk, 0, from, detail));
     // Samples may lie in what was skipped: their count is lost, unless the walk was still among
     // the tables in front of the first sample of its group.
     if (!groups.empty() && !group().prologue) inSync = false;
@@ -319,9 +323,11 @@ bool KynSampleScanner::State::prologueChunk(const KynHeader& h) {
     if (ok && h.tag == kTagTIMS) {
         ok = h.type == kTypeFloat && !g.hasTimes && readTable(pos, h, g.times);
         g.hasTimes = ok;
+        if (ok) g.timsOffset = pos;
     } else if (ok && h.tag == kTagJSAM) {
         ok = h.type == kTypeInt64 && !g.hasJumps && readTable(pos, h, g.jumps);
         g.hasJumps = ok;
+        if (ok) g.jsamOffset = pos;
         for (std::size_t k = 0; ok && k < g.jumps.size(); ++k)
             if (g.jumps[k] != 0) g.lastWritten = int64_t(k);
     }
@@ -336,14 +342,15 @@ bool KynSampleScanner::State::prologueChunk(const KynHeader& h) {
 bool KynSampleScanner::State::checkChildren(int64_t start, int64_t end, int depth, int object,
                                             KynDamage& problem) {
     if (std::size_t(depth) > kMaxGroupDepth) {
-        problem = damageAt(KynDamage::kChunk, start, "groups nested too deep");
+        problem = damageAt(KynDamage::kChunk, kTagSOBJ, start, "groups nested too deep");
         problem.object = object;
         return false;
     }
     for (int64_t at = start; at < end;) {
         KynHeader h;
         if (!fits(at, 16, end) || !readHeaderAt(at, h) || !fits(at + 16, h.length, end)) {
-            problem = damageAt(KynDamage::kLength, at, "a chunk runs past the end of its group");
+            problem = damageAt(KynDamage::kLength, kTagSOBJ, at,
+                               "a chunk runs past the end of its group");
             problem.object = object;
             return false;
         }
@@ -351,7 +358,8 @@ bool KynSampleScanner::State::checkChildren(int64_t start, int64_t end, int dept
             if (!checkChildren(at + 16, at + 16 + h.length, depth + 1, object, problem))
                 return false;
         } else if (!leafReads(h)) {
-            problem = damageAt(KynDamage::kChunk, at, "a chunk of a size its type does not allow");
+            problem = damageAt(KynDamage::kChunk, kTagSOBJ, at,
+                               "a chunk of a size its type does not allow");
             problem.object = object;
             return false;
         }
@@ -367,17 +375,14 @@ void KynSampleScanner::State::examine(const KynHeader& h, KynScannedSample& samp
     sample.length = h.length;
     sample.group = int(groups.size()) - 1;
     KynDamage& problem = sample.problem;
-    problem.offset = p;
-    if (h.length == 0) {
-        problem.kind = KynDamage::kUnfinished;
-        return;
-    }
+    problem = damageAt(KynDamage::kUnfinished, kTagSAMP, p);
+    if (h.length == 0) return;
     if (h.length < 16) {
-        problem = damageAt(KynDamage::kLength, p, "too short for an object table");
+        problem = damageAt(KynDamage::kLength, kTagSAMP, p, "too short for an object table");
         return;
     }
     if (!fits(p + 16, h.length, size)) {
-        problem = damageAt(KynDamage::kCut, p);
+        problem = damageAt(KynDamage::kCut, kTagSAMP, p);
         return;
     }
     const int64_t end = p + 16 + h.length;
@@ -385,20 +390,20 @@ void KynSampleScanner::State::examine(const KynHeader& h, KynScannedSample& samp
     for (int64_t at = p + 16; at < end;) {
         KynHeader c;
         if (!fits(at, 16, end) || !readHeaderAt(at, c) || !fits(at + 16, c.length, end)) {
-            problem = damageAt(KynDamage::kLength, at, "a chunk runs past the end of the sample");
+            problem = damageAt(KynDamage::kLength, kTagSAMP, at, "a chunk runs past its end");
             return;
         }
         const int object = int(sample.objects.size());
         if (c.tag == kTagJOBJ && !tableSeen && sample.objects.empty()) {
             if (c.length % 8 != 0 || !readTable(at, c, entries)) {
-                problem = damageAt(KynDamage::kChunk, at, "an object table of broken entries");
+                problem = damageAt(KynDamage::kChunk, kTagJOBJ, at, "entries that are not whole");
                 return;
             }
             tableSeen = true;
         } else if (c.tag == kTagSOBJ) {
             if (!tableSeen || c.type != kTypeGroup) {
                 problem = damageAt(
-                    KynDamage::kChunk, at,
+                    KynDamage::kChunk, kTagSOBJ, at,
                     tableSeen ? "an object that is no group" : "an object before the object table");
                 problem.object = object;
                 return;
@@ -408,17 +413,18 @@ void KynSampleScanner::State::examine(const KynHeader& h, KynScannedSample& samp
         } else if (c.type == kTypeGroup) {
             if (!checkChildren(at + 16, at + 16 + c.length, 1, -1, problem)) return;
         } else if (!leafReads(c)) {
-            problem = damageAt(KynDamage::kChunk, at, "a chunk of a size its type does not allow");
+            problem = damageAt(KynDamage::kChunk, kTagSAMP, at,
+                               "a chunk of a size its type does not allow");
             return;
         }
         at += 16 + c.length;
     }
     if (!tableSeen) {
-        problem = damageAt(KynDamage::kChunk, p, "no object table");
+        problem = damageAt(KynDamage::kChunk, kTagSAMP, p, "no object table");
         return;
     }
     if (int64_t(sample.objects.size()) != objects) {
-        problem = damageAt(KynDamage::kObjectCount, p,
+        problem = damageAt(KynDamage::kObjectCount, kTagSAMP, p,
                            std::to_string(sample.objects.size()) + " objects, the metadata names " +
                                std::to_string(objects));
         return;
@@ -481,7 +487,7 @@ bool KynSampleScanner::State::walk(KynScannedSample& sample, bool holdTail) {
         KynHeader h;
         if (!readHeaderAt(pos, h)) {
             if (holdTail) return false;
-            found.push_back(damageAt(KynDamage::kCut, pos, "a chunk header"));
+            found.push_back(damageAt(KynDamage::kCut, 0, pos, "inside a chunk header"));
             pos = size;
             return false;
         }
@@ -524,18 +530,18 @@ void KynSampleScanner::State::groupProblems(const ScannedGroup& g,
                                             std::vector<KynDamage>& out) const {
     const int64_t at = g.offset >= 0 ? g.offset : (g.samples.empty() ? -1 : g.samples.front());
     if (g.offset < 0) {
-        out.push_back(damageAt(KynDamage::kChunk, at, "samples without a sample stream header"));
+        out.push_back(damageAt(KynDamage::kChunk, kTagSAMS, at, "no header in front of samples"));
     } else if (g.length == 0 && !g.samples.empty()) {
-        out.push_back(damageAt(KynDamage::kUnfinished, g.offset, "a sample stream"));
+        out.push_back(damageAt(KynDamage::kUnfinished, kTagSAMS, g.offset));
     } else if (g.length != 0 && g.offset + 16 + g.length != g.end) {
-        out.push_back(damageAt(KynDamage::kLength, g.offset,
-                               "a sample stream says " + std::to_string(g.length) +
-                                   " bytes, its chunks take " +
+        out.push_back(damageAt(KynDamage::kLength, kTagSAMS, g.offset,
+                               "it says " + std::to_string(g.length) + " bytes, its chunks take " +
                                    std::to_string(g.end - g.offset - 16)));
     }
+    const int64_t jumpsAt = g.jsamOffset >= 0 ? g.jsamOffset : at;
     if (!g.hasJumps) {
-        out.push_back(damageAt(KynDamage::kSampleTable, at, "a sample stream without one"));
-    } else if (g.jumps.size() != g.samples.size() || g.jumps != g.samples) {
+        out.push_back(damageAt(KynDamage::kSampleTable, kTagJSAM, jumpsAt, "there is none"));
+    } else if (g.jumps != g.samples) {
         std::size_t unwritten = 0;
         std::size_t first = 0;
         while (first < g.jumps.size() && first < g.samples.size() &&
@@ -545,17 +551,18 @@ void KynSampleScanner::State::groupProblems(const ScannedGroup& g,
         std::string detail = std::to_string(g.jumps.size()) + " entries for " +
                              std::to_string(g.samples.size()) + " samples";
         if (unwritten != 0) detail += ", " + std::to_string(unwritten) + " never written";
-        if (first < g.jumps.size()) detail += ", first wrong: entry " + std::to_string(first);
-        out.push_back(damageAt(KynDamage::kSampleTable, at, detail));
+        if (first < g.jumps.size()) detail += ", the first wrong is entry " + std::to_string(first);
+        out.push_back(damageAt(KynDamage::kSampleTable, kTagJSAM, jumpsAt, detail));
     }
+    const int64_t timesAt = g.timsOffset >= 0 ? g.timsOffset : at;
     if (rate == 0.0f && !g.hasTimes)
-        out.push_back(damageAt(KynDamage::kTimeTable, at, "a non-uniform file without one"));
+        out.push_back(damageAt(KynDamage::kTimeTable, kTagTIMS, timesAt, "there is none"));
     else if (rate == 0.0f && g.hasJumps && g.times.size() != g.jumps.size())
-        out.push_back(damageAt(KynDamage::kTimeTable, at,
+        out.push_back(damageAt(KynDamage::kTimeTable, kTagTIMS, timesAt,
                                std::to_string(g.times.size()) + " times for " +
                                    std::to_string(g.jumps.size()) + " offsets"));
     else if (rate != 0.0f && g.hasTimes)
-        out.push_back(damageAt(KynDamage::kTimeTable, at, "a uniform file with one"));
+        out.push_back(damageAt(KynDamage::kTimeTable, kTagTIMS, timesAt, "in a uniform file"));
 }
 
 KynSampleScanner::KynSampleScanner() : state(new State()) {}
@@ -583,9 +590,9 @@ std::vector<KynDamage> KynSampleScanner::problems() const {
     std::vector<KynDamage> out = state->found;
     for (const ScannedGroup& g : state->groups) state->groupProblems(g, out);
     if (state->file.hasStream() && meta.numSamples != state->samplesFound)
-        out.push_back(damageAt(KynDamage::kSampleCount, -1,
-                               "the metadata says " + std::to_string(meta.numSamples) +
-                                   ", the file holds " + std::to_string(state->samplesFound)));
+        out.push_back(damageAt(KynDamage::kSampleCount, kTagMETA, -1,
+                               "it says " + std::to_string(meta.numSamples) + ", the file holds " +
+                                   std::to_string(state->samplesFound)));
     return out;
 }
 

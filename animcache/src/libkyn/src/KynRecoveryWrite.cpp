@@ -34,6 +34,7 @@ bool staysUniform(const std::vector<Kept>& kept, float rate) {
 KynDamage dropped(KynDamage::Kind kind, const KynScannedSample& sample) {
     KynDamage damage;
     damage.kind = kind;
+    damage.tag = kTagSAMP;
     damage.offset = sample.offset;
     damage.sample = sample.index;
     return damage;

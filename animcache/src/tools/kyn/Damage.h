@@ -1,0 +1,27 @@
+// Findings of the library's check and recovery, worded for people and for scripts.
+#ifndef KYN_DAMAGE_H
+#define KYN_DAMAGE_H
+
+#include <string>
+#include <vector>
+
+#include "Command.h"
+#include "KynRecovery.h"
+
+namespace kyncli {
+
+// "sample 3 (offset 1234), object 1 |root|mesh: the file ends inside it: DETAIL". `names`
+// holds the object paths, when known.
+std::string damageLine(const Kyn::KynDamage& damage, const std::vector<std::string>& names);
+Json damageJson(const Kyn::KynDamage& damage, const std::vector<std::string>& names);
+
+// Prints up to `limit` lines of findings, indented, and says how many more there are.
+void printDamage(const std::vector<Kyn::KynDamage>& damage, const std::vector<std::string>& names,
+                 std::size_t limit);
+
+// The object paths of a cache file's metadata as far as it reads; empty when it does not.
+std::vector<std::string> objectNames(const std::string& path);
+
+}  // namespace kyncli
+
+#endif
