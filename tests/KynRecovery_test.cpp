@@ -306,6 +306,10 @@ TEST_F(Recovery, BrokenTablesAroundIntactSamples) {
             EXPECT_FALSE(report.damage.empty()) << what;
         }
     }
+    // A time that is not a number places no sample: the file could not be looked up by it.
+    Stream file = stream(true, 4, 4);
+    put(file.bytes, file.timsOffset + 16, 0x7fc00000, 4);
+    expectRecovers(file.bytes, file, {1, 2, 3}, "a time that is not a number");
 }
 
 TEST_F(Recovery, CheckSaysWhatIsDamagedAndWhatCanBeRead) {

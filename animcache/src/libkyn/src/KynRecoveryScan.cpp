@@ -457,8 +457,8 @@ void KynSampleScanner::State::place(KynScannedSample& sample) {
         sample.hasTime = index >= 0 && std::isfinite(time);
         if (sample.hasTime) sample.time = time;
     } else if (inGroup >= 0 && inGroup < int64_t(g.times.size()) && inGroup <= g.lastWritten) {
-        sample.hasTime = true;
         sample.time = g.times[std::size_t(inGroup)];
+        sample.hasTime = std::isfinite(sample.time);  // no lookup could ever find another
     }
     if (!sample.whole) sample.problem.sample = index;
     g.samples.push_back(sample.offset);
