@@ -58,8 +58,9 @@ int run(const std::string& out, const std::vector<std::string>& inputs, bool jso
         return 1;
     }
     if (!json) {
-        std::cout << "joined " << report.order.size() << " pieces, " << report.samples
-                  << " samples, into " << out << ":";
+        const std::size_t pieces = report.order.size();
+        std::cout << "joined " << pieces << (pieces == 1 ? " piece, " : " pieces, ")
+                  << report.samples << " samples, into " << out << ":";
         for (const std::string& piece : report.order) std::cout << ' ' << piece;
         std::cout << '\n';
     }
