@@ -209,7 +209,7 @@ struct KynSampleScanner::State {
     bool openFile(const char* path, KynDKYNChunk& dkyn, KynMETAChunk& meta);
     int64_t search(int64_t from, bool prologue);
     bool walk(KynScannedSample& sample, bool holdTail);
-    bool startGroup(const KynHeader& h);
+    void startGroup(const KynHeader& h);
     bool prologueChunk(const KynHeader& h);
     void skipTo(int64_t offset, int64_t from, const char* what);
     void examine(const KynHeader& h, KynScannedSample& sample);
@@ -293,7 +293,7 @@ void KynSampleScanner::State::skipTo(int64_t offset, int64_t from, const char* w
     pos = end;
 }
 
-bool KynSampleScanner::State::startGroup(const KynHeader& h) {
+void KynSampleScanner::State::startGroup(const KynHeader& h) {
     ScannedGroup g;
     g.offset = pos;
     g.length = h.length;
@@ -313,7 +313,6 @@ bool KynSampleScanner::State::startGroup(const KynHeader& h) {
     groups.push_back(std::move(g));
     groupEnd = (h.length > 0 && fits(pos + 16, h.length, size)) ? pos + 16 + h.length : -1;
     pos += 16;
-    return true;
 }
 
 // A "TIMS", "JSAM" or "FREE" of a prologue; false when it does not read.
@@ -322,12 +321,16 @@ bool KynSampleScanner::State::prologueChunk(const KynHeader& h) {
     bool ok = fits(pos + 16, h.length, size);
     if (ok && h.tag == kTagTIMS) {
         ok = h.type == kTypeFloat && !g.hasTimes && readTable(pos, h, g.times);
-        g.hasTimes = ok;
-        if (ok) g.timsOffset = pos;
+        if (ok) {
+            g.hasTimes = true;
+            g.timsOffset = pos;
+        }
     } else if (ok && h.tag == kTagJSAM) {
         ok = h.type == kTypeInt64 && !g.hasJumps && readTable(pos, h, g.jumps);
-        g.hasJumps = ok;
-        if (ok) g.jsamOffset = pos;
+        if (ok) {
+            g.hasJumps = true;
+            g.jsamOffset = pos;
+        }
         for (std::size_t k = 0; ok && k < g.jumps.size(); ++k)
             if (g.jumps[k] != 0) g.lastWritten = int64_t(k);
     }
@@ -572,7 +575,9 @@ KynSampleScanner::~KynSampleScanner() = default;
 bool KynSampleScanner::open(const char* path) {
     close();
     if (state->openFile(path, dkyn, meta)) return true;
-    state->file.close();
+    const std::string failure = state->failure;
+    close();
+    state->failure = failure;
     return false;
 }
 
