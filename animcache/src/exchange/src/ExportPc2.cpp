@@ -24,7 +24,9 @@ const ObjectSet::Entry* chooseObject(const ObjectSet& objects, const std::string
     for (const ObjectSet::Entry& entry : objects.entries) {
         if (!isGeometry(entry.kind)) continue;
         if (!path.empty() && entry.name() == path) return &entry;
-        if (objects.cache.isObjectAnimated(entry.index, kTagPOSI)) moving.push_back(&entry);
+        // Positions that are not in the object's metadata lie in the samples.
+        KynDOBJChunk* object = objects.cache.meta.objects[std::size_t(entry.index)];
+        if (KynCache::findChunk(object, kTagPOSI) == nullptr) moving.push_back(&entry);
     }
     if (moving.size() == 1) return moving.front();
     const std::string where = path.empty() ? objects.cache.fileName : path;
