@@ -173,12 +173,10 @@ KynExchangeResult exportSequence(KynRoMemCache& cache, const std::string& out,
             continue;
         }
         geometry.push_back(&entry);
-        const std::string& name = entry.name();
-        if (cache.objectHas(entry.index, kTagVPNO))
-            dropped.add(name, "normals are not written to " + format + " files");
         const KynDATRChunk* attributes = cache.meta.objects[std::size_t(entry.index)]->datr;
         if (attributes != nullptr && attributes->findAttr("uv") >= 0)
-            dropped.add(name, "texture coordinates are not written to " + format + " files");
+            dropped.add(entry.name(),
+                        "texture coordinates are not written to " + format + " files");
     }
     if (geometry.empty()) {
         result.error = "nothing under " + (options.path.empty() ? cache.fileName : options.path) +
@@ -209,6 +207,8 @@ KynExchangeResult exportSequence(KynRoMemCache& cache, const std::string& out,
                 if (s == range.first) leftOut.add(name, "it stores no positions");
                 continue;
             }
+            if (cache.getObjectData(s, entry.index, kTagVPNO, nullptr) != nullptr)
+                dropped.add(name, "normals are not written to " + format + " files");
             const Faces* faceList = nullptr;
             if (entry.kind == Kind::kMesh &&
                 readFaces(static_cast<MeshKynObj&>(*entry.view), s, faces)) {
@@ -235,6 +235,9 @@ KynExchangeResult exportSequence(KynRoMemCache& cache, const std::string& out,
         }
         result.files.push_back(path);
     }
+    if (result.ok() && std::find(written.begin(), written.end(), true) == written.end())
+        result.error = "no object under " + (options.path.empty() ? cache.fileName : options.path) +
+                       " stores positions to write";
     if (!result.ok()) {
         for (const std::string& path : result.files) std::remove(path.c_str());
         result.files.clear();
