@@ -177,9 +177,9 @@ int addGltfMesh(GltfBuilder& builder, KynRoMemCache& cache, const ObjectSet::Ent
     }
     if (inexact > 0)
         dropped.add(name, std::to_string(inexact) +
-                              " coordinates of its later samples lie too "
-                              "far from the first sample's to come back "
-                              "exactly from a morph target");
+                              " coordinates of its later samples come back from their morph "
+                              "targets within float rounding, not exactly: they lie far from "
+                              "the first sample's");
 
     tinygltf::Mesh gltfMesh;
     gltfMesh.name = name;
