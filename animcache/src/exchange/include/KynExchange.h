@@ -25,9 +25,10 @@
 #define KYN_EXCHANGE_H
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
+
+#include "KynProgress.h"
 
 namespace Kyn {
 
@@ -35,10 +36,6 @@ enum class KynExchangeFormat { kUnknown, kGlb, kPc2, kObj, kPly };
 
 // The format that a path's extension names, case-insensitive; kUnknown for any other.
 KynExchangeFormat kynExchangeFormatOf(const std::string& path);
-
-// Told now and then how far a conversion is: `done` of `total` steps, one step an object at a
-// sample. The last call has `done` equal to `total`.
-using KynProgress = std::function<void(int64_t done, int64_t total)>;
 
 struct KynExportOptions {
     std::string path;             // only the object at this path and those under it; empty: all
@@ -50,7 +47,7 @@ struct KynExportOptions {
 
 struct KynImportOptions {
     std::string objectName;  // the object's path in the new cache; empty: "|" and the file's stem
-    KynProgress progress;    // may be empty
+    KynProgress progress;    // may be empty; a step is a sample
 };
 
 // One thing said about an object (empty `object`: about the whole output).

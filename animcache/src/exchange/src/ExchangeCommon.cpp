@@ -5,47 +5,34 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <iostream>
 #include <sstream>
 
+#include "KynFile.h"
 #include "KynKinds.h"
+#include "KynMessages.h"
 
 namespace Kyn {
 namespace exchange {
 
 namespace {
 
-// Keeps the standard output away from the core's log lines while it lives.
-class LogCapture {
-  public:
-    LogCapture() : saved(std::cout.rdbuf(text.rdbuf())) {}
-    ~LogCapture() { std::cout.rdbuf(saved); }
-    // The first line's message, without the source location in front of it.
-    std::string message() const {
-        std::string line = text.str();
-        line = line.substr(0, line.find('\n'));
-        const std::size_t colon = line.find(':');
-        const std::size_t space = line.find(' ', colon == std::string::npos ? 0 : colon);
-        return space == std::string::npos ? line : line.substr(space + 1);
-    }
-
-  private:
-    std::ostringstream text;
-    std::streambuf* saved;
-};
-
 constexpr std::size_t kStdioBuffer = std::size_t(1) << 20;
 
 }  // namespace
 
 bool openCache(KynRoMemCache& cache, const std::string& path, int maxSamples, std::string& error) {
-    LogCapture log;
-    if (cache.load(path.c_str(), true, maxSamples)) return true;
-    if (access(path.c_str(), R_OK) != 0)
+    if (access(path.c_str(), R_OK) != 0) {
         error = "cannot open " + path + ": " + std::strerror(errno);
-    else
-        error = path + " is not a readable cache file (" + log.message() +
-                "); kyn check tells what is wrong with it";
+        return false;
+    }
+    if (!KynFile::isKynFile(path.c_str())) {
+        error = path + " is not a cache file (it does not start with a cache header)";
+        return false;
+    }
+    KynMessageCapture capture;
+    if (cache.load(path.c_str(), true, maxSamples)) return true;
+    error = path + " is damaged (" + capture.last() + "); kyn check " + path +
+            " tells what is damaged, kyn recover " + path + " OUT saves what can be saved";
     return false;
 }
 

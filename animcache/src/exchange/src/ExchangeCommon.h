@@ -20,7 +20,7 @@ namespace Kyn {
 namespace exchange {
 
 // Loads `path` read-only, keeping at most `maxSamples` samples (0: no bound). On failure
-// `error` says why in words for people; the core's own log lines are kept off the output.
+// `error` says why in words for people; the library's own error line is kept, not printed.
 bool openCache(KynRoMemCache& cache, const std::string& path, int maxSamples, std::string& error);
 
 struct SampleRange {
