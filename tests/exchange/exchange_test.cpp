@@ -501,4 +501,39 @@ TEST(Exchange, SampleRangesAndUnknownFormats) {
               std::string::npos);
 }
 
+#ifdef KYN_COMMAND
+// kyn export and kyn import as processes: what they print and their exit statuses.
+TEST(ExchangeCommand, ExportAndImportSayWhatTheyLeftOutAndExitAsDocumented) {
+    const std::string errors = scratchPath("stderr.txt");
+    const auto kyn = [&](const std::string& arguments, int expected) {
+        int status = -1;
+        const std::string out = run(KYN_COMMAND " " + arguments + " 2>" + errors, &status);
+        const std::vector<unsigned char> err = readBytes(errors);
+        EXPECT_EQ(status, expected) << arguments << "\n"
+                                    << out << std::string(err.begin(), err.end());
+        return out + std::string(err.begin(), err.end());
+    };
+    const std::string obj = scratchPath("cli.obj");
+    const std::string stem = obj.substr(0, obj.size() - 4);
+    std::string said = kyn("export " + scene() + " " + obj, 0);
+    EXPECT_NE(said.find("wrote " + stem + ".0001.obj ... " + stem +
+                        ".0003.obj (3 files): 4 "
+                        "objects, 3 samples"),
+              std::string::npos)
+        << said;
+    EXPECT_NE(said.find("kyn export: left out |root: a transform"), std::string::npos) << said;
+    kyn("export " + scene() + " " + obj + " --strict", 1);
+    said = kyn("export " + scene() + " " + scratchPath("cli.glb") + " --samples 3:", 1);
+    EXPECT_NE(said.find("lie outside"), std::string::npos) << said;
+    kyn("export " + scene() + " " + scratchPath("cli.glb") + " --samples 2:1", 2);
+
+    const std::string pc2 = scratchPath("cli.pc2"), cache = scratchPath("cli.kyn");
+    kyn("export " + scene() + " " + pc2 + " --path '|root|subd'", 0);
+    said = kyn("import " + pc2 + " " + cache + " --name '|cloth'", 0);
+    EXPECT_NE(said.find("wrote " + cache + ": 1 object, 3 samples"), std::string::npos) << said;
+    said = kyn("import " + scratchPath("missing.pc2") + " " + cache, 1);
+    EXPECT_NE(said.find("kyn import: cannot open"), std::string::npos) << said;
+}
+#endif
+
 }  // namespace

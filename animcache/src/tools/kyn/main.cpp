@@ -8,8 +8,11 @@ namespace {
 
 // The subcommands, in the order that `kyn --help` lists them.
 const kyncli::Registration kSubcommands[] = {
-    kyncli::addInfo,  kyncli::addTree,    kyncli::addCat,    kyncli::addDiff,
-    kyncli::addCheck, kyncli::addRecover, kyncli::addStitch,
+    kyncli::addInfo,   kyncli::addTree,    kyncli::addCat,    kyncli::addDiff,
+    kyncli::addCheck,  kyncli::addRecover, kyncli::addStitch,
+#ifdef KYN_HAVE_EXCHANGE
+    kyncli::addExport, kyncli::addImport,
+#endif
 };
 
 // Wrong usage exits with this status, whatever the subcommand.
