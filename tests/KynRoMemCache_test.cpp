@@ -286,3 +286,79 @@ TEST(KynRoMemCacheReuse, SamplesReadAfterAnEvictionAreThoseOfTheFile) {
         }
     }
 }
+
+// Pins: pinned samples are held besides the bound, and whatever frees a pinned group only takes
+// it out of the cache; its data stays readable until the last unpin (the sanitizer build checks
+// that it is then freed, and not before).
+TEST_F(KynRoMemCacheTest, PinnedSamplesAreHeldBesidesTheBound) {
+    ASSERT_TRUE(cache.load(path.c_str(), true, 2));
+    cache.getSample(0, 0);
+    KynGroupChunk* pinned = cache.pinSample(0, 0);
+    ASSERT_EQ(pinned, (*cache.samples[0])[0]);
+    EXPECT_EQ(cache.pinSample(0, 2), nullptr);  // nothing held there: nothing pinned, no read
+    EXPECT_EQ(cache.pinSample(7, 0), nullptr);
+    EXPECT_TRUE(cache.isSamplePinned(0));
+    cache.getSample(1, 0);
+    cache.getSample(2, 0);  // the two last unpinned samples stay, as without pins
+    EXPECT_EQ(recent(), (std::list<int>{2, 1, 0}));
+    cache.getSample(3, 0);  // evicts 1, the least recent sample that is not pinned
+    EXPECT_EQ(recent(), (std::list<int>{3, 2, 0}));
+    EXPECT_TRUE(held(0) && held(2) && held(3));
+    cache.setMaxSamples(1);
+    EXPECT_EQ(recent(), (std::list<int>{3, 0}));
+    EXPECT_EQ(firstPosition(pinned), 0);
+    cache.unpin(pinned);
+    EXPECT_TRUE(held(0));  // unpinning evicts nothing by itself
+    cache.getSample(4, 0);
+    EXPECT_EQ(recent(), (std::list<int>{4}));
+    EXPECT_FALSE(held(0) || held(3));
+    EXPECT_TRUE(cache.pins.empty());
+}
+
+TEST_F(KynRoMemCacheTest, PinnedGroupsOutliveDeleteResetAndLoad) {
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    cache.getSample(1, 0);
+    cache.getSample(2, 0);
+    KynGroupChunk* first = cache.pinSample(1, 0);
+    KynGroupChunk* second = cache.pinSample(2, 0);
+    cache.pinSample(2, 0);  // pins count
+    KynDOBJChunk* object = cache.pinObject(1);
+    ASSERT_NE(object, nullptr);
+    EXPECT_EQ(cache.pinObject(3), nullptr);
+    const Floats& staticData = static_cast<KynLeafChunk<float>*>(object->children.at(0))->data;
+
+    cache.deleteSample(1);
+    EXPECT_FALSE(held(1));
+    EXPECT_EQ(firstPosition(cache.getSample(1, 0)), 10);  // read afresh into a new group
+    EXPECT_NE((*cache.samples[1])[0], first);
+    EXPECT_EQ(firstPosition(first), 10);
+    cache.unpin(first);  // freed here
+
+    // A group taken out of a pinned group waits for its last pin too.
+    KynChunk* velocity = second->children.at(1);
+    second->children.erase(second->children.begin() + 1);
+    cache.releaseChunk(velocity, second);
+    ASSERT_TRUE(cache.load(path.c_str(), true));  // resets: the pinned groups are let go
+    EXPECT_TRUE(cache.samples.empty() || !held(2));
+    EXPECT_NE(cache.meta.objects[1], object);
+    EXPECT_EQ(firstPosition(second), 20);
+    EXPECT_EQ(firstPosition(velocity), 1);
+    EXPECT_EQ(staticData, (Floats{-1, -1, -1}));
+    EXPECT_EQ(object->name, "|obj1");
+    cache.unpin(second);
+    EXPECT_EQ(firstPosition(second), 20);
+    cache.unpin(second);
+    cache.reset();
+    EXPECT_EQ(staticData, (Floats{-1, -1, -1}));
+    cache.unpin(object);
+    cache.unpin(object);  // no longer pinned: ignored
+    EXPECT_TRUE(cache.pins.empty());
+
+    // A cache destroyed with pins left frees their groups with it.
+    KynRoMemCache dropped;
+    ASSERT_TRUE(dropped.load(path.c_str(), true));
+    dropped.getSample(0, 0);
+    dropped.pinSample(0, 0);
+    dropped.pinObject(0);
+    dropped.deleteAllSamples();
+}

@@ -8,19 +8,30 @@
 //
 // Ownership: the cache owns every chunk and inner vector of `samples`. Every pointer handed out
 // (a group, a child, a leaf's `data`) is borrowed and dies when its sample is evicted, deleted,
-// or the cache is reset or destroyed; chunks of the metadata live until `reset`.
+// or the cache is reset or destroyed; chunks of the metadata live until `reset`. A host that
+// keeps such a pointer longer pins the group that holds it (see "Pins" below).
 // Threads: one thread at a time; even reads change the table, the recency list and the stream.
 #ifndef KYN_RO_MEM_CACHE_H
 #define KYN_RO_MEM_CACHE_H
 
 #include <list>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "KynCache.h"
 #include "KynChunks.h"
 
 namespace Kyn {
+
+// What the cache knows of one pinned group: how many pins it holds, whether the cache has
+// already let it go (it then lives on for the pins alone), and chunks that were taken out of it
+// while it was pinned.
+struct KynPin {
+    int count = 0;
+    bool retired = false;
+    std::vector<KynChunk*> kept;
+};
 
 class KynRoMemCache : public KynCache {
   public:
@@ -70,13 +81,50 @@ class KynRoMemCache : public KynCache {
     // read-write cache fills slots through it.
     KynGroupChunk*& sampleSlot(int sampleIndex, int objectIndex);
 
+    // Pins. A host that keeps a pointer into a held sample (or into an object's static data)
+    // past the next call that could free it pins the group that holds it: the object's "SOBJ"
+    // in that sample, or the object's "DOBJ" for static data. Each pin is released by one
+    // `unpin`, in any order and at any time while the cache exists. While a group is pinned:
+    // - its sample is held besides the bound: it is never evicted and does not count against
+    //   `maxSamples`, so that the last `maxSamples` unpinned samples read stay in memory as
+    //   always, and the recency list may hold more samples while pins last;
+    // - deleteSample, deleteAllSamples, reset, load (which resets) and the edits of a
+    //   read-write cache that delete samples take the group out of `samples` or `meta` as
+    //   always, so that the next read reads the object afresh, but do not free it: it lives on,
+    //   owned by the cache, until its last unpin.
+    // The group's own children stay as they are; a host that edits a pinned group hands what it
+    // takes out of it to `releaseChunk`. Destroying the cache frees everything, pinned or not.
+    // A cache on which nothing is pinned behaves exactly as it would without pins.
+    //
+    // Pins the object's group held in that sample, without reading or touching the recency
+    // list; the group, or null when none is held.
+    KynGroupChunk* pinSample(int sampleIndex, int objectIndex);
+    // Pins the object's metadata, which holds its static data and attributes; null on a bad
+    // index.
+    KynDOBJChunk* pinObject(int objectIndex);
+    // Releases one pin of a group that pinSample or pinObject returned; the last one frees the
+    // group if the cache has let it go. A group that is not pinned is ignored.
+    void unpin(const KynGroupChunk* group);
+    // Whether a group of the sample that the cache holds is pinned.
+    bool isSamplePinned(int sampleIndex) const;
+    // Deletes `chunk`, which the host took out of `holder`'s children; while `holder` is
+    // pinned, keeps it until the last unpin.
+    void releaseChunk(KynChunk* chunk, const KynGroupChunk* holder);
+
     // Outer index sample, inner index object; null entries are not held.
     std::vector<std::vector<KynGroupChunk*>*> samples;
     int maxSamples = 0;            // 0: no bound
     std::list<int> recentSamples;  // tracked samples, most recently used first
+    // Every pinned group, held by the cache or let go by it.
+    std::unordered_map<const KynGroupChunk*, KynPin> pins;
 
   private:
     void touchRecent(int sampleIndex, int objectIndex, KynGroupChunk*& donor);
+    std::list<int>::iterator evictionCandidate();
+    int64_t boundedCount() const;
+    void releaseGroup(KynGroupChunk* group);
+    void retirePinnedObjects();
+    void freePins();
     KynGroupChunk* takeSlot(int sampleIndex, int objectIndex);
     bool loadSampleObjects(int sampleIndex, bool stopOnFailure);
 };

@@ -15,12 +15,14 @@ KynRoMemCache::KynRoMemCache() = default;
 
 KynRoMemCache::~KynRoMemCache() {
     deleteAllSamples();
+    freePins();
 }
 
 void KynRoMemCache::reset() {
     deleteAllSamples();
     recentSamples.clear();
     maxSamples = 0;
+    retirePinnedObjects();
     KynCache::reset();
 }
 
@@ -53,16 +55,18 @@ KynGroupChunk*& KynRoMemCache::sampleSlot(int sampleIndex, int objectIndex) {
 }
 
 // Moves a sample to the front of the recency list, first evicting the least recently used
-// samples until there is room for it under the bound. The first evicted group of `objectIndex`
-// goes to `donor` instead of being deleted.
+// samples until there is room for it under the bound; pinned samples are neither evicted nor
+// counted. The first evicted group of `objectIndex` goes to `donor` instead of being deleted.
 void KynRoMemCache::touchRecent(int sampleIndex, int objectIndex, KynGroupChunk*& donor) {
     if (!recentSamples.empty() && recentSamples.front() == sampleIndex) return;
     recentSamples.remove(sampleIndex);
-    while (!recentSamples.empty() && int64_t(recentSamples.size()) >= maxSamples) {
-        const int evicted = recentSamples.back();
+    while (!recentSamples.empty() && boundedCount() >= maxSamples) {
+        const auto victim = evictionCandidate();
+        if (victim == recentSamples.end()) break;  // every tracked sample is pinned
+        const int evicted = *victim;
         if (donor == nullptr) donor = takeSlot(evicted, objectIndex);
         deleteSample(evicted);
-        recentSamples.pop_back();
+        recentSamples.erase(victim);
     }
     recentSamples.push_front(sampleIndex);
 }
@@ -168,9 +172,11 @@ void KynRoMemCache::setMaxSamples(int bound) {
     if (rwMode != 0) return;
     bound = std::max(bound, 0);
     if (maxSamples > bound) {
-        while (int64_t(recentSamples.size()) > bound) {
-            deleteSample(recentSamples.back());
-            recentSamples.pop_back();
+        while (boundedCount() > bound) {
+            const auto victim = evictionCandidate();
+            if (victim == recentSamples.end()) break;
+            deleteSample(*victim);
+            recentSamples.erase(victim);
         }
     }
     maxSamples = bound;
@@ -180,7 +186,7 @@ void KynRoMemCache::deleteSample(int sampleIndex) {
     if (sampleIndex < 0 || std::size_t(sampleIndex) >= samples.size()) return;
     std::vector<KynGroupChunk*>*& objects = samples[static_cast<std::size_t>(sampleIndex)];
     if (objects == nullptr) return;
-    for (KynGroupChunk* group : *objects) delete group;
+    for (KynGroupChunk* group : *objects) releaseGroup(group);
     delete objects;
     objects = nullptr;
     if (std::size_t(sampleIndex) + 1 == samples.size()) {
@@ -191,7 +197,8 @@ void KynRoMemCache::deleteSample(int sampleIndex) {
 void KynRoMemCache::deleteAllSamples() {
     for (auto sample = samples.rbegin(); sample != samples.rend(); ++sample) {
         if (*sample == nullptr) continue;
-        for (auto group = (*sample)->rbegin(); group != (*sample)->rend(); ++group) delete *group;
+        for (auto group = (*sample)->rbegin(); group != (*sample)->rend(); ++group)
+            releaseGroup(*group);
         delete *sample;
     }
     samples.clear();
@@ -204,7 +211,7 @@ bool KynRoMemCache::loadSampleObjects(int sampleIndex, bool stopOnFailure) {
     std::vector<KynGroupChunk*>*& objects = samples[static_cast<std::size_t>(sampleIndex)];
     if (objects == nullptr) objects = new std::vector<KynGroupChunk*>();
     for (std::size_t object = numObjects; object < objects->size(); ++object)
-        delete (*objects)[object];
+        releaseGroup((*objects)[object]);
     if (objects->size() != numObjects) objects->resize(numObjects, nullptr);
     for (std::size_t object = 0; object < numObjects; ++object) {
         KynGroupChunk*& slot = (*objects)[object];
