@@ -1,0 +1,155 @@
+// Loading, closing and looking up objects for the Python package, and the library's log lines
+// turned into messages for people.
+#include "Handle.h"
+
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <iostream>
+
+namespace kynpy {
+
+namespace {
+
+std::string leafOf(const std::string& path) {
+    return path.substr(path.rfind('|') + 1);  // npos + 1 is 0: the whole path
+}
+
+// A library log line starts with the source location it was printed at: "<path>:<line> ".
+std::string withoutLocation(const std::string& line) {
+    const std::size_t blank = line.find(' ');
+    const std::size_t colon = line.rfind(':', blank);
+    if (blank == std::string::npos || colon == std::string::npos || colon + 1 == blank) return line;
+    for (std::size_t i = colon + 1; i < blank; ++i)
+        if (!std::isdigit(static_cast<unsigned char>(line[i]))) return line;
+    return line.substr(blank + 1);
+}
+
+}  // namespace
+
+CapturedLog::CapturedLog()
+    : savedOut(std::cout.rdbuf(text.rdbuf())), savedErr(std::cerr.rdbuf(text.rdbuf())) {}
+
+CapturedLog::~CapturedLog() {
+    std::cout.rdbuf(savedOut);
+    std::cerr.rdbuf(savedErr);
+}
+
+std::string CapturedLog::messages() const {
+    std::istringstream lines(text.str());
+    std::string line, all;
+    while (std::getline(lines, line)) {
+        if (line.empty()) continue;
+        if (!all.empty()) all += "; ";
+        all += withoutLocation(line);
+    }
+    return all;
+}
+
+CacheHandle::CacheHandle(bool editableCache) {
+    if (editableCache) {
+        auto cache = std::make_unique<Kyn::KynRwMemCache>();
+        rw = cache.get();
+        ro = std::move(cache);
+        // TODO(#16): switch on the safe rewrite here (a new file renamed over the target), once
+        // KynRwMemCache has it.
+    } else {
+        ro = std::make_unique<Kyn::KynRoMemCache>();
+    }
+}
+
+void CacheHandle::load(const std::string& file, int maxSamples, bool keepOpen) {
+    ++generation;
+    isOpen = false;
+    path = file;
+    if (access(file.c_str(), F_OK) != 0) {
+        errno = ENOENT;
+        PyErr_SetFromErrnoWithFilename(PyExc_FileNotFoundError, file.c_str());
+        throw py::error_already_set();
+    }
+    std::string why;
+    {
+        CapturedLog log;
+        if (ro->load(file.c_str(), keepOpen, maxSamples)) {
+            isOpen = true;
+            return;
+        }
+        why = log.messages();
+    }
+    if (why.find("Not a Kyn file") != std::string::npos)
+        throw KynError("'" + file + "' is not a cache file (" + why + ")");
+    if (why == "error opening file")
+        throw KynError("cannot open '" + file + "' (" + why + "): check that it is readable");
+    throw KynError("cannot load '" + file + "': " + why +
+                   " (the file is damaged or was not written to the end)");
+}
+
+void CacheHandle::close() {
+    ++generation;
+    isOpen = false;
+    ro->reset();
+}
+
+void CacheHandle::checkOpen() const {
+    if (!isOpen) throw py::value_error("the cache is closed");
+}
+
+void CacheHandle::indexNames() {
+    if (namesGeneration == generation && namesCount == ro->meta.objects.size()) return;
+    firstByLeaf.clear();
+    firstByPath.clear();
+    for (int i = objectCount() - 1; i >= 0; --i) {
+        firstByLeaf[leafOf(objectPath(i))] = i;
+        firstByPath[objectPath(i)] = i;
+    }
+    namesGeneration = generation;
+    namesCount = ro->meta.objects.size();
+}
+
+int CacheHandle::lookup(const std::string& query) {
+    // The library's names match when their last components do, so the object found from the
+    // last hit has the same last component as the first one that matches.
+    const int hit = ro->findObjectIndex(query, hint);
+    if (hit < 0) return -1;
+    hint = hit + 1;
+    indexNames();
+    return firstByLeaf.at(leafOf(objectPath(hit)));
+}
+
+int CacheHandle::lookupExact(const std::string& query) {
+    indexNames();
+    const auto found = firstByPath.find(query);
+    return found == firstByPath.end() ? -1 : found->second;
+}
+
+void CacheHandle::namesChanged() {
+    namesGeneration = ~uint64_t(0);
+}
+
+ObjectRef::ObjectRef(HandlePtr handleArg, int indexArg)
+    : handle(std::move(handleArg)), index(indexArg), generation(handle->generation) {}
+
+void ObjectRef::check() const {
+    handle->checkOpen();
+    if (generation != handle->generation)
+        throw py::value_error("the cache was loaded again since this object was taken");
+}
+
+const std::string& ObjectRef::kind() const {
+    check();
+    if (!kindName.empty()) return kindName;
+    Kyn::KynHelperObjFactory factory(cache());
+    std::unique_ptr<Kyn::KynHelperObj> view(factory.kynObjBuilder(index));
+    kindName = "helperObj";
+    for (const char* kind : {"transform", "mesh", "nurbssurface", "nurbscurve", "locator",
+                             "lxcoordsystem", "geometry"}) {
+        if (view->isA(kind)) {
+            kindName = kind;
+            break;
+        }
+    }
+    return kindName;
+}
+
+}  // namespace kynpy

@@ -1,0 +1,84 @@
+"""Writing: the streaming writer's files, appending to a file in place, writing a file whole,
+and a cache built from nothing."""
+
+import numpy as np
+import pytest
+
+import kyn
+
+
+def grid(frame):
+    return np.float32([[0, 0, frame], [1, 0, frame], [1, 1, frame], [0, 1, frame]])
+
+
+QUAD = {"kind": "mesh", "counts": [4], "indices": [0, 1, 2, 3]}
+
+
+def test_the_writer_checks_what_it_is_given(tmp_path):
+    path = str(tmp_path / "w.kyn")
+    w = kyn.Writer(path, {"|m": QUAD}, samples=2, first_time=10, rate=2)
+    w.write_sample({"|m": {"positions": grid(10)}}, time=10)
+    with pytest.raises(ValueError, match="lies at time 10.5"):
+        w.write_sample({"|m": {"positions": grid(11)}}, time=11)
+    w.write_sample({0: {"positions": grid(10.5)}})
+    with pytest.raises(ValueError, match="written already"):
+        w.write_sample({})
+    w.close()
+    with kyn.open(path) as cache:
+        assert cache.times.tolist() == [10, 10.5] and cache.rate == 2
+    incomplete = str(tmp_path / "short.kyn")
+    with pytest.raises(ValueError, match="1 of 3 samples"):
+        with kyn.Writer(incomplete, {"|p": "geometry"}, samples=3) as short:
+            short.write_sample({"|p": {"positions": grid(1)}})
+    with kyn.open(incomplete) as cache:
+        assert cache["|p"].positions(sample=0).tolist() == grid(1).tolist()
+        with pytest.raises(ValueError, match="no positions at sample 1"):
+            cache["|p"].positions(sample=1)
+
+
+def test_save_appends_in_place(tmp_path):
+    path = str(tmp_path / "grow.kyn")
+    with kyn.Writer(path, {"|m": QUAD}, samples=3, application="tests",
+                    source_file="test_write") as w:
+        for frame in (1, 2, 3):
+            w.write_sample({"|m": {"positions": grid(frame)}})
+    old = open(path, "rb").read()
+    cache = kyn.edit(path)
+    for frame in (4, 5):
+        cache.write_sample(frame, {"|m": {"positions": grid(frame)}})
+    assert cache.modified
+    cache.save()
+    new = open(path, "rb").read()
+    # The samples that were there stay where they were: only tables and metadata changed.
+    first_sample = old.index(b"SAMP")
+    assert len(new) > len(old) and new[first_sample:len(old)] == old[first_sample:]
+    with kyn.open(path) as read:
+        assert read.num_samples == 5 and read.last_time == 5
+        assert read["|m"].positions(sample=4).tolist() == grid(5).tolist()
+
+
+def test_a_cache_built_in_memory(tmp_path):
+    cache = kyn.edit()
+    with pytest.raises(ValueError, match="without objects"):
+        cache.save_as(str(tmp_path / "nothing.kyn"))
+    mesh = cache.add_object("|root|mesh", dict(QUAD, animated_attributes=["heat"],
+                                                attributes={"tag": "quad"}))
+    xf = cache.add_object("|root", "transform")
+    for frame in (1, 2, 4):  # the step changes: the cache keeps every sample's time
+        cache.write_sample(frame, {
+            mesh: {"positions": grid(frame),
+                   "attributes": {"heat": np.full(4, frame, np.float64)}},
+            "|root": {"matrix": np.eye(4) * frame}})
+    with pytest.raises(ValueError, match="no file yet"):
+        cache.save()
+    cache.rename(xf, "|top")
+    path = str(tmp_path / "built.kyn")
+    cache.save_as(path)
+    assert not cache.modified and cache.path == path
+    with kyn.open(path) as read:
+        assert read.times.tolist() == [1, 2, 4] and read.rate == 0
+        assert [o.path for o in read.objects] == ["|root|mesh", "|top"]
+        assert read["|root|mesh"].attribute("heat", sample=2).tolist() == [4] * 4
+        assert read["|root|mesh"].attribute("tag") == ["quad"]
+        assert read["|top"].matrix(sample=1)[0, 0] == 2
+        assert read["|root|mesh"].positions(time=3, order=0).tolist() == grid(4).tolist()
