@@ -61,6 +61,7 @@ CacheHandle::CacheHandle(bool editableCache) {
 
 void CacheHandle::load(const std::string& file, int maxSamples, bool keepOpen) {
     ++generation;
+    namesChanged();
     isOpen = false;
     path = file;
     if (access(file.c_str(), F_OK) != 0) {
@@ -87,6 +88,7 @@ void CacheHandle::load(const std::string& file, int maxSamples, bool keepOpen) {
 
 void CacheHandle::close() {
     ++generation;
+    namesChanged();
     isOpen = false;
     ro->reset();
 }
@@ -95,16 +97,14 @@ void CacheHandle::checkOpen() const {
     if (!isOpen) throw py::value_error("the cache is closed");
 }
 
-void CacheHandle::indexNames() {
-    if (namesGeneration == generation && namesCount == ro->meta.objects.size()) return;
-    firstByLeaf.clear();
-    firstByPath.clear();
-    for (int i = objectCount() - 1; i >= 0; --i) {
-        firstByLeaf[leafOf(objectPath(i))] = i;
-        firstByPath[objectPath(i)] = i;
-    }
-    namesGeneration = generation;
-    namesCount = ro->meta.objects.size();
+const std::unordered_map<std::string, int>& CacheHandle::index(FirstIndex& names, bool leaves) {
+    if (names.generation == namesVersion) return names.first;
+    names.first.clear();
+    names.first.reserve(std::size_t(objectCount()));
+    for (int i = objectCount() - 1; i >= 0; --i)
+        names.first[leaves ? leafOf(objectPath(i)) : objectPath(i)] = i;
+    names.generation = namesVersion;
+    return names.first;
 }
 
 int CacheHandle::lookup(const std::string& query) {
@@ -113,18 +113,17 @@ int CacheHandle::lookup(const std::string& query) {
     const int hit = ro->findObjectIndex(query, hint);
     if (hit < 0) return -1;
     hint = hit + 1;
-    indexNames();
-    return firstByLeaf.at(leafOf(objectPath(hit)));
+    return index(byLeaf, true).at(leafOf(objectPath(hit)));
 }
 
 int CacheHandle::lookupExact(const std::string& query) {
-    indexNames();
-    const auto found = firstByPath.find(query);
-    return found == firstByPath.end() ? -1 : found->second;
+    const auto& first = index(byPath, false);
+    const auto found = first.find(query);
+    return found == first.end() ? -1 : found->second;
 }
 
 void CacheHandle::namesChanged() {
-    namesGeneration = ~uint64_t(0);
+    ++namesVersion;
 }
 
 ObjectRef::ObjectRef(HandlePtr handleArg, int indexArg)

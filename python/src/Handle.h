@@ -32,6 +32,7 @@ struct KynError : std::runtime_error {
 class CacheHandle {
   public:
     explicit CacheHandle(bool editable);
+    virtual ~CacheHandle() = default;  // so that an editable cache is handed out as one
 
     // Loads `path` with the library's own checks. Raises FileNotFoundError for a missing file
     // and kyn.Error with the library's words for a file that does not load.
@@ -60,17 +61,20 @@ class CacheHandle {
     std::string path;
 
   private:
-    void indexNames();
+    // The first object of each key, built on first use and again after a load or an edit of
+    // the names.
+    struct FirstIndex {
+        uint64_t generation = ~uint64_t(0);
+        std::unordered_map<std::string, int> first;
+    };
+    const std::unordered_map<std::string, int>& index(FirstIndex& names, bool leaves);
 
     std::unique_ptr<Kyn::KynRoMemCache> ro;
     Kyn::KynRwMemCache* rw = nullptr;  // the same cache, when editable
     int hint = 0;
-    // Built on first use for one generation: the first object of each last path component,
-    // and of each whole path.
-    uint64_t namesGeneration = ~uint64_t(0);
-    std::size_t namesCount = 0;
-    std::unordered_map<std::string, int> firstByLeaf;
-    std::unordered_map<std::string, int> firstByPath;
+    uint64_t namesVersion = 0;  // changes with every load and every edit of the names
+    FirstIndex byLeaf;          // by the last component of the path
+    FirstIndex byPath;          // by the whole path
 };
 
 using HandlePtr = std::shared_ptr<CacheHandle>;

@@ -64,6 +64,7 @@ def test_a_cache_built_in_memory(tmp_path):
     mesh = cache.add_object("|root|mesh", dict(QUAD, animated_attributes=["heat"],
                                                 attributes={"tag": "quad"}))
     xf = cache.add_object("|root", "transform")
+    assert mesh.cache is cache
     for frame in (1, 2, 4):  # the step changes: the cache keeps every sample's time
         cache.write_sample(frame, {
             mesh: {"positions": grid(frame),
