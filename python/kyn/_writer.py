@@ -43,7 +43,7 @@ class Writer:
         declared = [_channels.describe(p, spec, f"objects[{p!r}]")
                     for p, spec in _declarations(objects)]
         self._index = {}
-        for index, (object_path, _, _, animated) in enumerate(declared):
+        for index, (object_path, _, _, _) in enumerate(declared):
             self._index.setdefault(object_path, index)
         self._animated = [[name for name, _, _ in d[3]] for d in declared]
         if times is not None:

@@ -12,7 +12,7 @@ namespace kynpy {
 
 namespace {
 
-std::string leafOf(const std::string& path) {
+std::string_view leafOf(std::string_view path) {
     return path.substr(path.rfind('|') + 1);  // npos + 1 is 0: the whole path
 }
 
@@ -97,12 +97,12 @@ void CacheHandle::checkOpen() const {
     if (!isOpen) throw py::value_error("the cache is closed");
 }
 
-const std::unordered_map<std::string, int>& CacheHandle::index(FirstIndex& names, bool leaves) {
+const CacheHandle::Names& CacheHandle::index(FirstIndex& names, bool leaves) {
     if (names.generation == namesVersion) return names.first;
     names.first.clear();
     names.first.reserve(std::size_t(objectCount()));
     for (int i = objectCount() - 1; i >= 0; --i)
-        names.first[leaves ? leafOf(objectPath(i)) : objectPath(i)] = i;
+        names.first[leaves ? leafOf(objectPath(i)) : std::string_view(objectPath(i))] = i;
     names.generation = namesVersion;
     return names.first;
 }
@@ -133,6 +133,11 @@ void ObjectRef::check() const {
     handle->checkOpen();
     if (generation != handle->generation)
         throw py::value_error("the cache was loaded again since this object was taken");
+}
+
+Kyn::GeometryKynObj& ObjectRef::geometry() const {
+    if (!geometryView) geometryView = std::make_shared<Kyn::GeometryKynObj>(cache(), index);
+    return *geometryView;
 }
 
 const std::string& ObjectRef::kind() const {

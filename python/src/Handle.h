@@ -14,6 +14,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 #include "KynHelper.h"
@@ -62,12 +63,13 @@ class CacheHandle {
 
   private:
     // The first object of each key, built on first use and again after a load or an edit of
-    // the names.
+    // the names. The keys view the names in the metadata, which stay put until then.
+    using Names = std::unordered_map<std::string_view, int>;
     struct FirstIndex {
         uint64_t generation = ~uint64_t(0);
-        std::unordered_map<std::string, int> first;
+        Names first;
     };
-    const std::unordered_map<std::string, int>& index(FirstIndex& names, bool leaves);
+    const Names& index(FirstIndex& names, bool leaves);
 
     std::unique_ptr<Kyn::KynRoMemCache> ro;
     Kyn::KynRwMemCache* rw = nullptr;  // the same cache, when editable
@@ -89,6 +91,8 @@ struct ObjectRef {
     // The kind name of the view the library's factory builds ("mesh", "transform", ...),
     // found once: the factory may read the object's first sample.
     const std::string& kind() const;
+    // A geometry view of the object, made once: reads of positions are the hot path.
+    Kyn::GeometryKynObj& geometry() const;
 
     HandlePtr handle;
     int index;
@@ -96,6 +100,7 @@ struct ObjectRef {
 
   private:
     mutable std::string kindName;
+    mutable std::shared_ptr<Kyn::GeometryKynObj> geometryView;
 };
 
 // Runs `body` with the library's standard output and standard error gathered; the gathered

@@ -131,8 +131,10 @@ unsigned char typeAt(const ObjectRef& object, int sample, unsigned tag) {
     return chunk ? chunk->header.type : static_cast<unsigned char>(Kyn::kTypeUndef);
 }
 
-When resolve(const ObjectRef& object, const py::object& sample, const py::object& time, int order) {
+When resolve(const ObjectRef& object, const py::object& sample, const py::object& time,
+             const py::object& orderArg) {
     object.check();
+    const int order = checkedIndex(orderArg, "order");
     When when;
     const int count = object.handle->sampleCount();
     if (!sample.is_none() && !time.is_none())
@@ -162,7 +164,7 @@ When resolve(const ObjectRef& object, const py::object& sample, const py::object
 }
 
 py::array positions(const ObjectRef& object, const When& when) {
-    Kyn::GeometryKynObj view(object.cache(), object.index);
+    Kyn::GeometryKynObj& view = object.geometry();
     State state = KynHelperObj::kStatic;
     int width = 3;
     if (when.atTime) {

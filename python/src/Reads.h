@@ -21,7 +21,10 @@ struct When {
     int order = 1;
 };
 
-When resolve(const ObjectRef& object, const py::object& sample, const py::object& time, int order);
+// Raises TypeError, IndexError or ValueError for a bad sample, time or order (an int, None for
+// the default).
+When resolve(const ObjectRef& object, const py::object& sample, const py::object& time,
+             const py::object& order);
 
 // The sample that a read at `when` starts from: the sample, or the one a hold (order 0) reads
 // at the time (-1 before the first sample).

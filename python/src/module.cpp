@@ -6,6 +6,7 @@
 
 #include <cmath>
 
+#include "Arguments.h"
 #include "Arrays.h"
 #include "Handle.h"
 #include "KynHierarchy.h"
@@ -15,6 +16,7 @@
 namespace kynpy {
 
 void bindEditing(py::module& m);
+void bindObject(py::module& m);
 
 namespace {
 
@@ -30,174 +32,6 @@ py::object dateOf(int64_t seconds) {
     const py::module datetime = py::module::import("datetime");
     return datetime.attr("datetime")
         .attr("fromtimestamp")(seconds, datetime.attr("timezone").attr("utc"));
-}
-
-// The library's settings of a coordinate system; ValueError on another kind.
-Kyn::LxCoordSystemKynObj coordinateSystem(const ObjectRef& object) {
-    if (object.kind() != "lxcoordsystem")
-        throw py::value_error(object.path() + " (" + object.kind() +
-                              ") is not a coordinate system");
-    return Kyn::LxCoordSystemKynObj(object.cache(), object.index);
-}
-
-const char* kReadDoc =
-    "At a stored sample (sample=, an index; negative counts from the end) the array views the "
-    "cache's memory; at a time (time=, in frames, with order= 0 hold, 1 linear, 2 quadratic, 3 "
-    "cubic) it is evaluated into a new array. With neither, the first sample.";
-
-void bindObject(py::module& m) {
-    py::class_<ObjectRef> object(m, "Object", "One object of a cache.");
-    object
-        .def_property_readonly("path",
-                               [](const ObjectRef& o) {
-                                   o.check();
-                                   return o.path();
-                               })
-        .def_property_readonly("name",
-                               [](const ObjectRef& o) {
-                                   o.check();
-                                   return o.path().substr(o.path().rfind('|') + 1);
-                               })
-        .def_property_readonly("index", [](const ObjectRef& o) { return o.index; })
-        .def_property_readonly("kind", &ObjectRef::kind,
-                               "The kind of view the library builds: 'transform', 'mesh', "
-                               "'nurbssurface', 'nurbscurve', 'locator', 'lxcoordsystem', "
-                               "'geometry' (points alone) or 'helperObj' (none of these).")
-        .def_property_readonly("cache", [](const ObjectRef& o) { return o.handle; })
-        .def_property_readonly(
-            "attributes",
-            [](const ObjectRef& o) {
-                o.check();
-                std::vector<std::string> names;
-                if (const Kyn::KynDATRChunk* table = o.cache()->meta.objects[o.index]->datr)
-                    for (int i = 0; i < table->getNumAttrs(); ++i)
-                        names.push_back(table->getAttrName(i));
-                return names;
-            },
-            "The names of the object's attributes, animated ones first.")
-        .def(
-            "positions",
-            [](const ObjectRef& o, py::object sample, py::object time, int order) {
-                return positions(o, resolve(o, sample, time, order));
-            },
-            py::arg("sample") = py::none(), py::arg("time") = py::none(), py::arg("order") = 1,
-            (std::string("Vertex positions (or stored control vertices), shape (n, 3) or (n, 4), "
-                         "in their stored dtype. ") +
-             kReadDoc)
-                .c_str());
-    for (const auto& [name, tag] :
-         std::vector<std::pair<const char*, unsigned>>{{"normals", Kyn::kTagVPNO},
-                                                       {"face_normals", Kyn::kTagPONO},
-                                                       {"velocities", Kyn::kTagVELO}}) {
-        const char* what = name;
-        const unsigned which = tag;
-        object.def(
-            name,
-            [what, which](const ObjectRef& o, py::object sample, py::object time, int order) {
-                return vectors(o, resolve(o, sample, time, order), which, what);
-            },
-            py::arg("sample") = py::none(), py::arg("time") = py::none(), py::arg("order") = 1,
-            kReadDoc);
-    }
-    object
-        .def(
-            "topology",
-            [](const ObjectRef& o, py::object sample, py::object time) {
-                return topology(o, resolve(o, sample, time, 0));
-            },
-            py::arg("sample") = py::none(), py::arg("time") = py::none(),
-            "(counts, indices): the vertex count of each face and the vertex indices of all "
-            "faces, int32. At a time, those of the sample a hold reads.")
-        .def(
-            "matrix",
-            [](const ObjectRef& o, py::object sample, py::object time, int order) {
-                return matrix(o, resolve(o, sample, time, order));
-            },
-            py::arg("sample") = py::none(), py::arg("time") = py::none(), py::arg("order") = 1,
-            "The transform's (4, 4) float64 matrix, row vectors (a point p maps to p @ M). "
-            "Always a new array.")
-        .def(
-            "bounds",
-            [](const ObjectRef& o, py::object sample, py::object time) {
-                return bounds(o, resolve(o, sample, time, 0));
-            },
-            py::arg("sample") = py::none(), py::arg("time") = py::none(),
-            "The box [[xmin, ymin, zmin], [xmax, ymax, zmax]], float32: the stored one, or "
-            "computed from the positions. At a time, that of the sample a hold reads.")
-        .def(
-            "attribute",
-            [](const ObjectRef& o, const std::string& name, py::object sample, py::object time,
-               int order) { return attribute(o, name, resolve(o, sample, time, order)); },
-            py::arg("name"), py::arg("sample") = py::none(), py::arg("time") = py::none(),
-            py::arg("order") = 1,
-            "An attribute's values: shape (n,) or (n, dimension) in the stored dtype, or a list "
-            "of str. At a time, float and double values blend; others are those a hold reads.")
-        .def(
-            "control_points",
-            [](const ObjectRef& o, py::object sample, py::object time, int order) {
-                return controlPoints(o, resolve(o, sample, time, order));
-            },
-            py::arg("sample") = py::none(), py::arg("time") = py::none(), py::arg("order") = 1,
-            "The full control net, x, y, z, 1 per vertex, float32, periodic repeats included: "
-            "(numU, numV, 4) for a surface (V fastest), (n, 4) for a curve.")
-        .def(
-            "knots",
-            [](const ObjectRef& o, py::object sample, py::object time, bool endKnots) {
-                return knots(o, resolve(o, sample, time, 0), endKnots);
-            },
-            py::arg("sample") = py::none(), py::arg("time") = py::none(),
-            py::arg("end_knots") = true,
-            "The knots in their stored dtype: (u, v) for a surface, one array for a curve.")
-        .def(
-            "degree",
-            [](const ObjectRef& o, py::object sample, py::object time) {
-                return degree(o, resolve(o, sample, time, 0));
-            },
-            py::arg("sample") = py::none(), py::arg("time") = py::none())
-        .def(
-            "form",
-            [](const ObjectRef& o, py::object sample, py::object time) {
-                return form(o, resolve(o, sample, time, 0));
-            },
-            py::arg("sample") = py::none(), py::arg("time") = py::none())
-        .def("_is_animated",
-             [](const ObjectRef& o, unsigned tag) {
-                 o.check();
-                 return o.cache()->isObjectAnimated(o.index, tag);
-             })
-        .def_property_readonly(
-            "inherits_transform",
-            [](const ObjectRef& o) {
-                o.check();
-                return Kyn::TransformKynObj(o.cache(), o.index).inheritsTransform();
-            })
-        .def_property_readonly("is_subd",
-                               [](const ObjectRef& o) {
-                                   o.check();
-                                   return Kyn::MeshKynObj(o.cache(), o.index).isSubd();
-                               })
-        .def_property_readonly("scoped",
-                               [](const ObjectRef& o) { return coordinateSystem(o).scoped(); })
-        .def_property_readonly(
-            "use_as_clipping_plane",
-            [](const ObjectRef& o) { return coordinateSystem(o).useAsClippingPlane(); })
-        .def_property_readonly(
-            "display_shape", [](const ObjectRef& o) { return coordinateSystem(o).displayShape(); })
-        .def_property_readonly("parent_rig",
-                               [](const ObjectRef& o) { return coordinateSystem(o).parentRig(); })
-        .def("__eq__",
-             [](const ObjectRef& a, const ObjectRef& b) {
-                 return a.handle == b.handle && a.index == b.index && a.generation == b.generation;
-             })
-        .def("__hash__",
-             [](const ObjectRef& o) {
-                 return std::hash<const void*>()(o.handle.get()) ^ std::size_t(o.index);
-             })
-        .def("__repr__", [](const ObjectRef& o) {
-            if (!o.handle->isOpen || o.generation != o.handle->generation)
-                return std::string("<kyn.Object of a closed cache>");
-            return "<kyn.Object " + o.path() + " (" + o.kind() + ")>";
-        });
 }
 
 void bindCache(py::module& m) {
@@ -317,15 +151,17 @@ void bindCache(py::module& m) {
              })
         .def(
             "get",
-            [](const HandlePtr& h, const std::string& path, py::object fallback, bool exact) {
+            [](const HandlePtr& h, const py::args& args, const py::kwargs& kwargs) {
+                const Arguments given("get", {"path", "default", "exact"}, args, kwargs, 2);
                 h->checkOpen();
+                const std::string path = py::cast<std::string>(given.get(0));
+                const bool exact = py::cast<bool>(given.get(2, py::bool_(false)));
                 const int index = exact ? h->lookupExact(path) : h->lookup(path);
-                return index < 0 ? fallback : py::cast(ObjectRef(h, index));
+                return index < 0 ? given.get(1) : py::cast(ObjectRef(h, index));
             },
-            py::arg("path"), py::arg("default") = py::none(), py::kw_only(),
-            py::arg("exact") = false,
-            "The object at `path` by the library's lookup (as cache[path]), or with exact=True "
-            "the first whose stored path is `path`; `default` when there is none.")
+            "get(path, default=None, *, exact=False): the object at `path` by the library's "
+            "lookup (as cache[path]), or with exact=True the first whose stored path is `path`; "
+            "`default` when there is none.")
         .def(
             "sample_index",
             [](CacheHandle& h, float time) {

@@ -90,3 +90,11 @@ def test_bad_paths_samples_and_times(every_kind):
             cache["|points"].positions(time=2.5)
         with pytest.raises(ValueError, match="max_samples"):
             cache.max_samples = -1
+        # Arguments by position or by name, as in Python.
+        assert mesh.positions(4).tolist() == mesh.positions(sample=4).tolist()
+        with pytest.raises(TypeError, match="unexpected keyword"):
+            mesh.positions(frame=1)
+        with pytest.raises(TypeError, match="multiple values for 'sample'"):
+            mesh.positions(0, sample=0)
+        with pytest.raises(TypeError, match="at most 2 positional"):
+            cache.get("|xf", None, True)

@@ -3,7 +3,6 @@
 import datetime
 
 import numpy as np
-import pytest
 
 import kyn
 from conftest import OBJECTS, SAMPLES, sample_data
