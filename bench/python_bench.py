@@ -13,7 +13,7 @@ bench/Workloads.h, run by hand:
   getPositionData; from Python cache.get(path, exact=True).positions(sample=12). Target: within
   3x of C++.
 
-Each repetition times C++ (bench/python_baseline, in its own process) and Python back to back
+Each repetition times C++ (python_baseline, in its own process) and Python back to back
 on files warm in the page cache, the loads left out; the figures are medians over the
 repetitions of each side's time and of their ratio.
 """
@@ -74,12 +74,12 @@ def measure(name, repetitions, run_cpp, run_python, target):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    parser.add_argument("build", help="the build directory (with bench/python_baseline)")
+    parser.add_argument("build", help="the build directory (with bin/python_baseline)")
     parser.add_argument("--dir", default="/tmp/kyn-python-bench", help="where the files go")
     parser.add_argument("--repetitions", type=int, default=5)
     parser.add_argument("--keep", action="store_true", help="keep the files for another run")
     args = parser.parse_args()
-    baseline = os.path.join(args.build, "bench", "python_baseline")
+    baseline = os.path.join(args.build, "bin", "python_baseline")
     w1, w2 = os.path.join(args.dir, "w1.kyn"), os.path.join(args.dir, "w2.kyn")
     if not (os.path.exists(w1) and os.path.exists(w2)):
         os.makedirs(args.dir, exist_ok=True)

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 """kyndemo.py [FILE] [OUT]: the Python side of the demo.
 
-Reads the cache that ./build/examples/kyndemo writes (demo.kyn: a mesh "|root|mesh" under a
+Reads the cache that ./build/bin/kyndemo writes (demo.kyn: a mesh "|root|mesh" under a
 transform "|root", frames 1 to 30), then writes a small cache of its own (OUT, ripple.kyn by
 default) sample by sample, and reads it back.
 
-    ./build/examples/kyndemo demo.kyn
+    ./build/bin/kyndemo demo.kyn
     PYTHONPATH=build/python /usr/bin/python3 examples/kyndemo.py demo.kyn
 """
 
