@@ -114,6 +114,7 @@ int checkedIndex(const py::object& value, const char* what) {
     try {
         return py::cast<int>(value);
     } catch (const py::cast_error&) {
+        if (PyIndex_Check(value.ptr())) throw py::index_error(std::string(what) + " out of range");
         throw py::type_error(std::string(what) + " must be an integer, not " +
                              std::string(py::str(value.get_type().attr("__name__"))));
     }

@@ -65,8 +65,9 @@ def test_bad_paths_samples_and_times(every_kind):
         mesh = cache["|xf|mesh"]
         with pytest.raises(KeyError):
             cache["|nothing"]
-        with pytest.raises(IndexError, match="out of range"):
-            mesh.positions(sample=5)
+        for sample in (5, -6, 2 ** 40):
+            with pytest.raises(IndexError, match="out of range"):
+                mesh.positions(sample=sample)
         assert mesh.positions(sample=-1).tolist() == mesh.positions(sample=4).tolist()
         with pytest.raises(TypeError, match="use time="):
             mesh.positions(sample=1.5)
