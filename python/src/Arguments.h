@@ -14,33 +14,47 @@ namespace kynpy {
 
 namespace py = pybind11;
 
+// The names a function takes, made once: the names from `positional` on are keyword-only.
+struct Parameters {
+    Parameters(const char* function, std::vector<const char*> names,
+               std::size_t positional = ~std::size_t(0))
+        : function(function),
+          names(std::move(names)),
+          positional(std::min(positional, this->names.size())) {
+        for (const char* name : this->names)
+            keys.push_back(py::reinterpret_steal<py::object>(PyUnicode_InternFromString(name)));
+    }
+
+    const char* function;
+    std::vector<const char*> names;
+    std::size_t positional;
+    std::vector<py::object> keys;  // the names as interned Python strings
+};
+
 class Arguments {
   public:
-    // The values of `names` in order, from `args` and `kwargs`; the names from `positional` on
-    // are keyword-only. TypeError for too many arguments, an unknown name or one given twice.
-    Arguments(const char* function, const std::vector<const char*>& names, const py::args& args,
-              const py::kwargs& kwargs, std::size_t positional = ~std::size_t(0))
-        : values(names.size()) {
-        if (args.size() > std::min(positional, names.size()))
-            throw py::type_error(std::string(function) + "() takes at most " +
-                                 std::to_string(std::min(positional, names.size())) +
-                                 " positional arguments");
+    // The values of the parameters in order, from `args` and `kwargs`; TypeError as Python
+    // words it for too many arguments, an unknown name or one given twice.
+    Arguments(const Parameters& parameters, const py::args& args, const py::kwargs& kwargs)
+        : values(parameters.names.size()) {
+        const std::string function = parameters.function;
+        if (args.size() > parameters.positional)
+            throw py::type_error(function + "() takes at most " +
+                                 std::to_string(parameters.positional) + " positional arguments");
         for (std::size_t i = 0; i < args.size(); ++i) values[i] = args[i];
         if (kwargs.empty()) return;
         std::size_t found = 0;
-        std::size_t i = 0;
-        for (const char* name : names) {
-            if (PyObject* value = PyDict_GetItemString(kwargs.ptr(), name)) {
-                if (values[i])
-                    throw py::type_error(std::string(function) + "() got multiple values for '" +
-                                         name + "'");
-                values[i] = py::reinterpret_borrow<py::object>(value);
-                ++found;
-            }
-            ++i;
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            PyObject* value = PyDict_GetItem(kwargs.ptr(), parameters.keys[i].ptr());
+            if (value == nullptr) continue;
+            if (values[i])
+                throw py::type_error(function + "() got multiple values for '" +
+                                     parameters.names[i] + "'");
+            values[i] = py::reinterpret_borrow<py::object>(value);
+            ++found;
         }
         if (found != kwargs.size())
-            throw py::type_error(std::string(function) + "() got an unexpected keyword argument");
+            throw py::type_error(function + "() got an unexpected keyword argument");
     }
 
     // The value, or `fallback` when it was not given.

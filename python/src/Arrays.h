@@ -11,15 +11,34 @@
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 
+#include <initializer_list>
 #include <vector>
 
 #include "Handle.h"
 
 namespace kynpy {
 
-using Shape = std::vector<py::ssize_t>;
+// The shape of an array of up to three dimensions, on the stack: an array is made per read.
+struct Shape {
+    Shape(std::initializer_list<py::ssize_t> sizes) : rank(int(sizes.size())) {
+        int i = 0;
+        for (py::ssize_t size : sizes) dims[i++] = size;
+    }
+    int rank;
+    Py_intptr_t dims[3] = {0, 0, 0};
+};
 
-void makeReadOnly(py::array& array);
+// The shape of `count` scalars as rows of `width` (a trailing partial row is left out), or a
+// flat run when `width` is 1 or less.
+inline Shape rowsOf(std::size_t count, int width) {
+    if (width <= 1) return {py::ssize_t(count)};
+    return {py::ssize_t(count / std::size_t(width)), py::ssize_t(width)};
+}
+
+// A read-only array of `data` with `shape`, C order, whose base is `base` (which keeps the
+// memory alive); a copy of nothing when `data` is null.
+py::array readOnlyArray(const py::dtype& dtype, const Shape& shape, const void* data,
+                        py::capsule base);
 
 // The base of a view: one pin of `group`, released when the array goes.
 class Pin {
@@ -39,11 +58,8 @@ class Pin {
 template <class T>
 py::array pinnedArray(const HandlePtr& handle, const Kyn::KynGroupChunk* group, const T* data,
                       const Shape& shape) {
-    auto* pin = new Pin(handle, group);
-    py::capsule base(pin, [](void* p) { delete static_cast<Pin*>(p); });
-    py::array array(py::dtype::of<T>(), shape, data, base);
-    makeReadOnly(array);
-    return array;
+    py::capsule base(new Pin(handle, group), [](void* p) { delete static_cast<Pin*>(p); });
+    return readOnlyArray(py::dtype::of<T>(), shape, data, std::move(base));
 }
 
 // An array that owns `values`, with `shape`.
@@ -51,14 +67,8 @@ template <class T>
 py::array ownedArray(std::vector<T>&& values, const Shape& shape) {
     auto* owned = new std::vector<T>(std::move(values));
     py::capsule base(owned, [](void* p) { delete static_cast<std::vector<T>*>(p); });
-    py::array array(py::dtype::of<T>(), shape, owned->data(), base);
-    makeReadOnly(array);
-    return array;
+    return readOnlyArray(py::dtype::of<T>(), shape, owned->data(), std::move(base));
 }
-
-// The shape of `count` scalars as rows of `width` (a trailing partial row is left out), or a
-// flat run when `width` is 1 or less.
-Shape rowsOf(std::size_t count, int width);
 
 }  // namespace kynpy
 

@@ -36,11 +36,12 @@ void defineRead(py::class_<ObjectRef>& object, const char* name, bool withOrder,
     if (withOrder) names.push_back("order");
     const std::size_t firstMore = names.size();
     names.insert(names.end(), more.begin(), more.end());
+    const auto parameters = std::make_shared<Parameters>(name, names);
     object.def(
         name,
-        [name, withOrder, names, firstMore, read](const ObjectRef& o, const py::args& args,
-                                                  const py::kwargs& kwargs) {
-            const Arguments given(name, names, args, kwargs);
+        [parameters, withOrder, firstMore, read](const ObjectRef& o, const py::args& args,
+                                                 const py::kwargs& kwargs) {
+            const Arguments given(*parameters, args, kwargs);
             const When when = resolve(o, given.get(0), given.get(1),
                                       withOrder ? given.get(2, py::int_(1)) : py::int_(0));
             return read(o, when, given, firstMore);
@@ -118,10 +119,12 @@ void bindObject(py::module& m) {
         "bounds(sample=None, time=None): [[xmin, ymin, zmin], [xmax, ymax, zmax]], float32: "
         "the stored box, or one computed from the positions. At a time, that of the sample a "
         "hold reads.");
+    const auto attributeParameters =
+        std::make_shared<Parameters>("attribute", std::vector{"name", "sample", "time", "order"});
     object.def(
         "attribute",
-        [](const ObjectRef& o, const py::args& args, const py::kwargs& kwargs) {
-            const Arguments given("attribute", {"name", "sample", "time", "order"}, args, kwargs);
+        [attributeParameters](const ObjectRef& o, const py::args& args, const py::kwargs& kwargs) {
+            const Arguments given(*attributeParameters, args, kwargs);
             if (given.get(0).is_none())
                 throw py::type_error("attribute() needs the attribute's name");
             return attribute(o, py::cast<std::string>(given.get(0)),

@@ -35,6 +35,8 @@ py::object dateOf(int64_t seconds) {
 }
 
 void bindCache(py::module& m) {
+    const auto getParameters = std::make_shared<Parameters>(
+        "get", std::vector<const char*>{"path", "default", "exact"}, 2);
     py::class_<CacheHandle, HandlePtr> cache(m, "Cache", "An open cache file.");
     cache
         .def_static("_open",
@@ -151,8 +153,8 @@ void bindCache(py::module& m) {
              })
         .def(
             "get",
-            [](const HandlePtr& h, const py::args& args, const py::kwargs& kwargs) {
-                const Arguments given("get", {"path", "default", "exact"}, args, kwargs, 2);
+            [getParameters](const HandlePtr& h, const py::args& args, const py::kwargs& kwargs) {
+                const Arguments given(*getParameters, args, kwargs);
                 h->checkOpen();
                 const std::string path = py::cast<std::string>(given.get(0));
                 const bool exact = py::cast<bool>(given.get(2, py::bool_(false)));
