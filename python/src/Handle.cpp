@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <iostream>
 
@@ -16,33 +15,23 @@ std::string_view leafOf(std::string_view path) {
     return path.substr(path.rfind('|') + 1);  // npos + 1 is 0: the whole path
 }
 
-// A library log line starts with the source location it was printed at: "<path>:<line> ".
-std::string withoutLocation(const std::string& line) {
-    const std::size_t blank = line.find(' ');
-    const std::size_t colon = line.rfind(':', blank);
-    if (blank == std::string::npos || colon == std::string::npos || colon + 1 == blank) return line;
-    for (std::size_t i = colon + 1; i < blank; ++i)
-        if (!std::isdigit(static_cast<unsigned char>(line[i]))) return line;
-    return line.substr(blank + 1);
-}
-
 }  // namespace
 
-CapturedLog::CapturedLog()
-    : savedOut(std::cout.rdbuf(text.rdbuf())), savedErr(std::cerr.rdbuf(text.rdbuf())) {}
+CapturedLog::CapturedLog() : savedErr(std::cerr.rdbuf(errors.rdbuf())) {}
 
 CapturedLog::~CapturedLog() {
-    std::cout.rdbuf(savedOut);
     std::cerr.rdbuf(savedErr);
 }
 
 std::string CapturedLog::messages() const {
-    std::istringstream lines(text.str());
-    std::string line, all;
-    while (std::getline(lines, line)) {
+    std::vector<std::string> lines = library.messages;
+    std::istringstream written(errors.str());
+    for (std::string line; std::getline(written, line);) lines.push_back(line);
+    std::string all;
+    for (const std::string& line : lines) {
         if (line.empty()) continue;
         if (!all.empty()) all += "; ";
-        all += withoutLocation(line);
+        all += line;
     }
     return all;
 }

@@ -18,6 +18,7 @@
 #include <unordered_map>
 
 #include "KynHelper.h"
+#include "KynMessages.h"
 #include "KynRoMemCache.h"
 #include "KynRwMemCache.h"
 
@@ -103,20 +104,20 @@ struct ObjectRef {
     mutable std::shared_ptr<Kyn::GeometryKynObj> geometryView;
 };
 
-// Runs `body` with the library's standard output and standard error gathered; the gathered
-// lines, without their source locations, are returned.
+// Gathers what the library says about a failure while it lives: its error lines, kept by its
+// own capture without their source locations, and the lines it writes on the standard error.
 class CapturedLog {
   public:
     CapturedLog();
     ~CapturedLog();
     CapturedLog(const CapturedLog&) = delete;
     CapturedLog& operator=(const CapturedLog&) = delete;
-    // The messages, one per line, without the "<source>:<line> " that the library puts first.
+    // The lines, joined by "; ".
     std::string messages() const;
 
   private:
-    std::ostringstream text;
-    std::streambuf* savedOut;
+    Kyn::KynMessageCapture library;
+    std::ostringstream errors;
     std::streambuf* savedErr;
 };
 
