@@ -14,13 +14,17 @@ it (in place, behind the samples that are there, when it can). Every array hande
 read-only; arrays of stored samples keep their memory alive whatever happens to the cache.
 """
 
+import collections as _collections
+import errno as _errno
 import os as _os
 
 from . import _channels
+from . import _kyn
 from ._kyn import Cache, EditableCache, Error, Object
 from ._writer import Writer, default_source_file as _default_source_file
 
-__all__ = ["open", "edit", "Cache", "EditableCache", "Object", "Node", "Writer", "Error"]
+__all__ = ["open", "edit", "export", "ExportResult", "Cache", "EditableCache", "Object", "Node",
+           "Writer", "Error"]
 
 
 def open(path, max_samples=0, *, keep_open=True):
@@ -41,6 +45,30 @@ def edit(path=None, *, keep_open=True):
         cache.application = "kyn"
         cache.source_file = _default_source_file()
     return cache
+
+
+ExportResult = _collections.namedtuple("ExportResult",
+                                       "files objects left_out dropped samples")
+ExportResult.__doc__ = """What kyn.export wrote: the files in order, the objects by path, the objects
+left out and what of a written object did not fit, each a list of (path, why), and the number
+of samples."""
+
+
+def export(cache, out, *, path=None, samples=None, fps=24.0):
+    """Writes the cache file `cache`, or the objects at and under `path`, to `out` in the format
+    that its extension names: .glb, .pc2, .obj or .ply (see the kyn export command). `samples`
+    is a pair of sample indices (first, last), both written; None for all. `fps` gives glTF
+    its animation times in seconds. Returns an ExportResult; raises FileNotFoundError, or
+    kyn.Error with the reason when nothing could be written. Only in a build with the
+    converters."""
+    cache, out = _os.fspath(cache), _os.fspath(out)
+    if not hasattr(_kyn, "_export"):
+        raise NotImplementedError("this build of kyn has no converters (libtinygltf-dev and "
+                                  "libtinyobjloader-dev were missing when it was configured)")
+    if not _os.path.isfile(cache):
+        raise FileNotFoundError(_errno.ENOENT, _os.strerror(_errno.ENOENT), cache)
+    first, last = (0, -1) if samples is None else (int(samples[0]), int(samples[1]))
+    return ExportResult(*_kyn._export(cache, out, path or "", first, last, float(fps)))
 
 
 class Node:

@@ -1,7 +1,7 @@
 # Types of the package kyn, for editors and type checkers.
 import datetime
 import os
-from typing import Any, Iterator, Mapping, Sequence, Union, overload
+from typing import Any, Iterator, Mapping, NamedTuple, Sequence, Union, overload
 
 import numpy as np
 import numpy.typing as npt
@@ -15,6 +15,16 @@ class Error(OSError):
 
 def open(path: _Path, max_samples: int = 0, *, keep_open: bool = True) -> Cache: ...
 def edit(path: _Path | None = None, *, keep_open: bool = True) -> EditableCache: ...
+
+class ExportResult(NamedTuple):
+    files: list[str]
+    objects: list[str]
+    left_out: list[tuple[str, str]]
+    dropped: list[tuple[str, str]]
+    samples: int
+
+def export(cache: _Path, out: _Path, *, path: str | None = None,
+           samples: tuple[int, int] | None = None, fps: float = 24.0) -> ExportResult: ...
 
 class Cache:
     path: str

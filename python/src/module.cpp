@@ -17,6 +17,9 @@ namespace kynpy {
 
 void bindEditing(py::module& m);
 void bindObject(py::module& m);
+#ifdef KYN_HAVE_EXCHANGE
+void bindExchange(py::module& m);
+#endif
 
 namespace {
 
@@ -211,4 +214,7 @@ PYBIND11_MODULE(_kyn, m) {
     bindCache(m);
     bindEditing(m);
     bindWriter(m);
+#ifdef KYN_HAVE_EXCHANGE
+    bindExchange(m);
+#endif
 }

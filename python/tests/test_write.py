@@ -1,5 +1,5 @@
 """Writing: the streaming writer's files, appending to a file in place, writing a file whole,
-and a cache built from nothing."""
+a cache built from nothing, and export to another format."""
 
 import numpy as np
 import pytest
@@ -83,3 +83,20 @@ def test_a_cache_built_in_memory(tmp_path):
         assert read["|root|mesh"].attribute("tag") == ["quad"]
         assert read["|top"].matrix(sample=1)[0, 0] == 2
         assert read["|root|mesh"].positions(time=3, order=0).tolist() == grid(4).tolist()
+
+
+@pytest.mark.skipif(not hasattr(kyn._kyn, "_export"), reason="built without the converters")
+def test_export_through_the_converters(every_kind, tmp_path):
+    out = tmp_path / "mesh.pc2"
+    result = kyn.export(every_kind, out, path="|xf|mesh", samples=(1, 3))
+    assert result == kyn.ExportResult([str(out)], ["|xf|mesh"], [], [], 3)
+    header = np.fromfile(out, np.float32, count=8)
+    assert header[5:7].tolist() == [2.0, 1.0]  # the first frame written, frames per sample
+    written = np.fromfile(out, np.float32, offset=32).reshape(3, 4, 3)
+    with kyn.open(every_kind) as cache:
+        for s in range(3):
+            assert np.array_equal(written[s], cache["|xf|mesh"].positions(sample=s + 1))
+    with pytest.raises(kyn.Error, match=r"2 objects .* have animated positions"):
+        kyn.export(every_kind, tmp_path / "which.pc2")
+    with pytest.raises(FileNotFoundError):
+        kyn.export(tmp_path / "missing.kyn", out)
