@@ -4,8 +4,9 @@
 # block runs as written (installing into $HOME/kyn, a scratch home), and then every C++ program
 # is built against that installation with pkg-config and run. "python" blocks run with the
 # installed package on PYTHONPATH. Finally an installed program runs with no environment at all.
-# A block that needs a part the build left out (a program of build/bin, the Python package) is
-# skipped with a line that says so, and the test then ends as skipped (status 77).
+# A block that needs a part the build left out (a program of build/bin, the Python package, the
+# Blender add-on) or a program the machine lacks (blender) is skipped with a line that says so,
+# and the test then ends as skipped (status 77).
 # Usage: readme_test.sh SOURCE_DIR BUILD_DIR
 set -euo pipefail
 source_dir=$1
@@ -48,6 +49,12 @@ for block in block-*.sh; do
     missing=$(missing_program "$block")
     if [ -n "$missing" ]; then
         echo "== skipping $block: the build has no $missing"
+        skipped=1
+        continue
+    fi
+    if grep -q blender "$block" && ! { command -v blender && [ -d build/share/kyn/blender ]; } \
+        >/dev/null; then
+        echo "== skipping $block: no blender program (Debian: blender), or the build has no add-on"
         skipped=1
         continue
     fi

@@ -28,6 +28,7 @@ void addRecover(CLI::App& program, int& status);
 void addStitch(CLI::App& program, int& status);
 void addExport(CLI::App& program, int& status);  // with the converters only
 void addImport(CLI::App& program, int& status);  // with the converters only
+void addBlenderInstall(CLI::App& program, int& status);
 
 // Adds a subcommand that takes one FILE and --json, and runs `run(file, json)` for its status.
 void addFileCommand(CLI::App& program, int& status, const std::string& name,

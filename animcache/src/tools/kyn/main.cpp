@@ -8,11 +8,12 @@ namespace {
 
 // The subcommands, in the order that `kyn --help` lists them.
 const kyncli::Registration kSubcommands[] = {
-    kyncli::addInfo,   kyncli::addTree,    kyncli::addCat,    kyncli::addDiff,
-    kyncli::addCheck,  kyncli::addRecover, kyncli::addStitch,
+    kyncli::addInfo,           kyncli::addTree,    kyncli::addCat,    kyncli::addDiff,
+    kyncli::addCheck,          kyncli::addRecover, kyncli::addStitch,
 #ifdef KYN_HAVE_EXCHANGE
-    kyncli::addExport, kyncli::addImport,
+    kyncli::addExport,         kyncli::addImport,
 #endif
+    kyncli::addBlenderInstall,
 };
 
 // Wrong usage exits with this status, whatever the subcommand.
