@@ -53,17 +53,22 @@ def _spline_settings(spline, u, v=None):
         spline.order_v, spline.use_cyclic_v, spline.use_endpoint_v = v[0], v[1], v[2]
 
 
+def _one_spline(name, kind, count):
+    """New curve data of `kind` with one NURBS spline of `count` points along U."""
+    curve = bpy.data.curves.new(name, kind)
+    curve.dimensions = '3D'
+    curve.splines.new('NURBS').points.add(count - 1)
+    return curve
+
+
 def curve_data(name, obj):
     """A Blender curve for a cache's NURBS curve, or (None, reason)."""
     net = obj.control_points()
     u = direction(obj.knots(end_knots=False), obj.degree(), obj.form(), len(net), "its ")
     if isinstance(u, str):
         return None, u
-    curve = bpy.data.curves.new(name, 'CURVE')
-    curve.dimensions = '3D'
-    spline = curve.splines.new('NURBS')
-    spline.points.add(u[3] - 1)
-    _spline_settings(spline, u)
+    curve = _one_spline(name, 'CURVE', u[3])
+    _spline_settings(curve.splines[0], u)
     return curve, None
 
 
@@ -79,11 +84,7 @@ def surface_data(name, obj):
     for reason in (u, v):
         if isinstance(reason, str):
             return None, reason
-    curve = bpy.data.curves.new(name, 'SURFACE')
-    curve.dimensions = '3D'
-    spline = curve.splines.new('NURBS')
-    spline.points.add(u[3] - 1)
-    return curve, (u, v)
+    return _one_spline(name, 'SURFACE', u[3]), (u, v)
 
 
 def add_rows(context, ob, directions):
