@@ -201,8 +201,9 @@ class _Importer:
             if normals is not None or _read(obj.face_normals) is not None:
                 self.note(path, "only normals of one per vertex come in; Blender's are used")
             return
-        mesh.use_auto_smooth = True
-        mesh.auto_smooth_angle = math.pi
+        if hasattr(mesh, "use_auto_smooth"):  # Blender before 4.1 keeps custom normals only so
+            mesh.use_auto_smooth = True
+            mesh.auto_smooth_angle = math.pi
         mesh.polygons.foreach_set("use_smooth", np.ones(len(mesh.polygons), dtype=bool))
         mesh.normals_split_custom_set_from_vertices(playback.float3(normals))
 
