@@ -79,7 +79,13 @@ class IMPORT_SCENE_OT_kyn(bpy.types.Operator, ImportHelper):
         try:
             result = build.import_cache(context, self.filepath, options)
         except (OSError, ValueError, package.MissingPackage) as error:
-            self.report({'ERROR'}, f"{self.filepath}: {error}")
+            # The file once, then what went wrong with it.
+            message = str(error)
+            if isinstance(error, OSError) and error.strerror:
+                message = error.strerror
+            if self.filepath not in message:
+                message = f"{self.filepath}: {message}"
+            self.report({'ERROR'}, message)
             return {'CANCELLED'}
         for note in result.notes:
             self.report({'WARNING'}, note)

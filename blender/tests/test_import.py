@@ -12,6 +12,7 @@ once."""
 
 import math
 import os
+import shutil
 import sys
 import tempfile
 
@@ -186,6 +187,11 @@ def check_options(path):
     assert set(objects_by_path()) == {"|rig", "|rig|loc"}, set(objects_by_path())
     root = objects_by_path()["|rig"].parent
     assert tuple(root.scale) == (2, 2, 2) and tuple(root.rotation_euler) == (0, 0, 0)
+    try:  # a failure is reported once, in words, and imports nothing
+        bpy.ops.import_scene.kyn(filepath=path + ".gone")
+        raise AssertionError("a missing file was imported")
+    except RuntimeError as error:
+        assert str(error).strip() == f"Error: {path}.gone: No such file or directory", error
 
 
 def main():
@@ -208,6 +214,7 @@ def main():
     if MODE == "LIVE":
         check_render(directory, objects_by_path()["|rig|mesh"])
         check_options(path)
+    shutil.rmtree(directory)  # kept when a check fails, to look into
     print(f"the add-on plays the cache in {MODE} mode as the package evaluates it")
 
 
