@@ -24,6 +24,7 @@
 
 #include <set>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "KynChunks.h"
@@ -129,7 +130,11 @@ template <class T>
 bool KynHelperObj::getKynLeafData(const KynChunk* chunk, const std::vector<T>*& data) const {
     data = nullptr;
     if (chunk == nullptr || chunk->header.type != KynTypeOf<T>::code) return false;
-    const auto* leaf = dynamic_cast<const KynLeafChunk<T>*>(chunk);
+    // A leaf of exactly that class, as nearly every leaf is, needs no walk of the class tree.
+    const std::type_info& type = typeid(*chunk);
+    const auto* leaf = &type == &typeid(KynLeafChunk<T>)
+                           ? static_cast<const KynLeafChunk<T>*>(chunk)
+                           : dynamic_cast<const KynLeafChunk<T>*>(chunk);
     if (leaf == nullptr) return false;
     data = &leaf->data;
     return true;

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <typeinfo>
 
 #include "KynCache.h"
 #include "KynSampleTags.h"
@@ -45,6 +46,16 @@ int truncatedIndex(float position, int count) {
     if (!(position > -1.0f) || !(position < static_cast<float>(count))) return -1;
     const int index = static_cast<int>(position);
     return index < 0 || index >= count ? -1 : index;
+}
+
+// The group behind a chunk of type 1, or null for a chunk of that type that is no group. The two
+// classes that every lookup meets, a sample's group and an object's metadata, are told by their
+// exact type, which costs a comparison where a cast walks the class tree.
+KynGroupChunk* asGroup(KynChunk* chunk) {
+    const std::type_info& type = typeid(*chunk);
+    if (&type == &typeid(KynGroupChunk) || &type == &typeid(KynDOBJChunk))
+        return static_cast<KynGroupChunk*>(chunk);
+    return dynamic_cast<KynGroupChunk*>(chunk);
 }
 
 }  // namespace
@@ -108,7 +119,7 @@ KynChunk* KynCache::findChunk(KynChunk* chunk, unsigned tag) {
     if (chunk == nullptr) return nullptr;
     if (chunk->header.tag == tag) return chunk;
     if (chunk->header.type != kTypeGroup) return nullptr;
-    auto* group = dynamic_cast<KynGroupChunk*>(chunk);
+    KynGroupChunk* group = asGroup(chunk);
     if (group == nullptr) return nullptr;
     for (KynChunk* child : group->children) {
         if (KynChunk* found = findChunk(child, tag)) return found;
