@@ -263,6 +263,11 @@ bool KynCache::readObjectJumps(int sampleIndex) {
     const bool holding = held >= 0 && std::size_t(held) < sampleJumps.size();
     if (!holding) forgetFileContents();
     const int64_t offset = sampleJumps[static_cast<std::size_t>(sampleIndex)];
+    if (holding &&
+        keptJumps->exchange(offset, sampleJumps[static_cast<std::size_t>(held)], objectJumps)) {
+        jumpSample = sampleIndex;
+        return true;
+    }
     std::vector<int64_t>& incoming = keptJumps->spare();
     if (!keptJumps->take(offset, incoming) && !readJumpTable(offset, incoming)) return false;
     objectJumps.swap(incoming);

@@ -28,6 +28,22 @@ void KynJumpTables::keep(int64_t offset, std::vector<int64_t>& table) {
     entries += table.size();
     kept.push_back(Kept{offset, std::move(table)});
     table.clear();
+    dropOverBound();
+}
+
+bool KynJumpTables::exchange(int64_t offset, int64_t heldOffset, std::vector<int64_t>& table) {
+    const std::size_t i = indexOf(offset);
+    if (i == kept.size()) return false;
+    entries = entries - kept[i].table.size() + table.size();
+    table.swap(kept[i].table);
+    kept[i].offset = heldOffset;
+    // The table just kept is the most recently used: it moves to the back.
+    std::rotate(kept.begin() + std::ptrdiff_t(i), kept.begin() + std::ptrdiff_t(i) + 1, kept.end());
+    dropOverBound();
+    return true;
+}
+
+void KynJumpTables::dropOverBound() {
     while (!kept.empty() && (kept.size() > kMaxTables || entries > kMaxEntries)) {
         entries -= kept.front().table.size();
         spareTable.swap(kept.front().table);

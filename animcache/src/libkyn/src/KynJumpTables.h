@@ -28,6 +28,10 @@ class KynJumpTables {
     bool take(int64_t offset, std::vector<int64_t>& table);
     // Keeps `table` under `offset`, leaving `table` empty.
     void keep(int64_t offset, std::vector<int64_t>& table);
+    // take(offset, ...) followed by keep(heldOffset, ...) of what `table` held, in one step:
+    // `table` and the table kept for `offset` change places, so that a reader going back and
+    // forth between two samples moves no table. False, with nothing changed, when none is kept.
+    bool exchange(int64_t offset, int64_t heldOffset, std::vector<int64_t>& table);
     bool holds(int64_t offset) const;
     void clear();
     // Storage to read the next table into: the last evicted table's, so that a read that
@@ -41,6 +45,7 @@ class KynJumpTables {
     };
 
     std::size_t indexOf(int64_t offset) const;  // kept.size() when none is kept there
+    void dropOverBound();                       // the least recently used go first
 
     std::vector<Kept> kept;  // least recently used first
     std::size_t entries = 0;
