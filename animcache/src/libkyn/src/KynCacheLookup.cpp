@@ -215,7 +215,8 @@ bool KynCache::firstSampleHas(int objectIndex, unsigned tag) {
         if (known != KynSampleTags::Known::kNo && findObjectJump(sampleIndex, objectIndex, sobj))
             return has;
     }
-    std::vector<unsigned> tags;
+    std::vector<unsigned>& tags = firstSamples->scratch();
+    tags.clear();
     const bool read = surveyObjectSample(sampleIndex, objectIndex, tags);
     if (open && onDisk) firstSamples->keep(offset, objectIndex, read, tags);
     return read && std::find(tags.begin(), tags.end(), tag) != tags.end();

@@ -32,7 +32,9 @@ void KynSampleTags::keep(int64_t offset, int objectIndex, bool readable,
         clear();
         sampleOffset = offset;
     }
-    if (std::size_t(objectIndex) >= slots.size()) slots.resize(std::size_t(objectIndex) + 1, 0);
+    // Objects are mostly surveyed in index order: the table grows in steps, not by one slot.
+    if (std::size_t(objectIndex) >= slots.size())
+        slots.resize(std::max(std::size_t(objectIndex) + 1, 2 * slots.size()), kNotSurveyed);
     if (!readable) {
         slots[std::size_t(objectIndex)] = kUnread;
         return;

@@ -29,11 +29,14 @@ class KynSampleTags {
     void keep(int64_t sampleOffset, int objectIndex, bool readable,
               const std::vector<unsigned>& tags);
     void clear();
+    // Storage for the tags of the next survey, reused from survey to survey.
+    std::vector<unsigned>& scratch() { return surveyed; }
 
   private:
     int64_t sampleOffset = -1;    // the sample everything kept belongs to
     std::vector<uint32_t> slots;  // per object: 0 not surveyed, 1 unread, else 2 + pool position
     std::vector<unsigned> pool;   // per surveyed object: the tag count, then the distinct tags
+    std::vector<unsigned> surveyed;
 };
 
 }  // namespace Kyn
