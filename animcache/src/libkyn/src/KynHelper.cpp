@@ -11,6 +11,8 @@ using helperDetail::positionDimension;
 
 KynHelperObj::KynHelperObj(KynRoMemCache* cache, int objectIndex)
     : cache(cache), objectIndex(objectIndex) {
+    // Each constructor inserts its kind name where it sorts, given as a hint: "geometry" goes in
+    // front of "helperObj", every other name behind all names before it.
     kinds.insert(helperObj);
 }
 
@@ -134,21 +136,21 @@ template bool KynHelperObj::getFloatOrDoubleData(int, unsigned int, std::vector<
 // KynHelperTransform.cpp; their constructors stay here, beside the factory that builds them.
 NurbsSurfaceKynObj::NurbsSurfaceKynObj(KynRoMemCache* cache, int objectIndex)
     : GeometryKynObj(cache, objectIndex) {
-    kinds.insert(nurbssurface);
+    kinds.insert(kinds.end(), nurbssurface);
 }
 
 NurbsSurfaceKynObj::~NurbsSurfaceKynObj() = default;
 
 NurbsCurveKynObj::NurbsCurveKynObj(KynRoMemCache* cache, int objectIndex)
     : GeometryKynObj(cache, objectIndex) {
-    kinds.insert(nurbscurve);
+    kinds.insert(kinds.end(), nurbscurve);
 }
 
 NurbsCurveKynObj::~NurbsCurveKynObj() = default;
 
 TransformKynObj::TransformKynObj(KynRoMemCache* cache, int objectIndex)
     : KynHelperObj(cache, objectIndex) {
-    kinds.insert(transform);
+    kinds.insert(kinds.end(), transform);
 }
 
 TransformKynObj::~TransformKynObj() = default;

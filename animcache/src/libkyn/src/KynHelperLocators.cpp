@@ -36,14 +36,14 @@ std::string firstString(KynHelperObj& view, const char* name) {
 
 LocatorKynObj::LocatorKynObj(KynRoMemCache* cache, int objectIndex)
     : KynHelperObj(cache, objectIndex) {
-    kinds.insert(locator);
+    kinds.insert(kinds.end(), locator);
 }
 
 LocatorKynObj::~LocatorKynObj() = default;
 
 LxCoordSystemKynObj::LxCoordSystemKynObj(KynRoMemCache* cache, int objectIndex)
     : KynHelperObj(cache, objectIndex) {
-    kinds.insert(lxcoordsystem);
+    kinds.insert(kinds.end(), lxcoordsystem);
 }
 
 LxCoordSystemKynObj::~LxCoordSystemKynObj() = default;

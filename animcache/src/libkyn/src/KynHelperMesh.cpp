@@ -61,7 +61,7 @@ bool copyConverted(KynHelperObj& view, int sampleIndex, unsigned tag, std::vecto
 
 GeometryKynObj::GeometryKynObj(KynRoMemCache* cache, int objectIndex)
     : KynHelperObj(cache, objectIndex) {
-    kinds.insert(geometry);
+    kinds.insert(kinds.begin(), geometry);
 }
 
 GeometryKynObj::~GeometryKynObj() = default;
@@ -150,7 +150,7 @@ bool GeometryKynObj::getPrefData(const std::vector<double>*& data, int& dimensio
 }
 
 MeshKynObj::MeshKynObj(KynRoMemCache* cache, int objectIndex) : GeometryKynObj(cache, objectIndex) {
-    kinds.insert(mesh);
+    kinds.insert(kinds.end(), mesh);
 }
 
 MeshKynObj::~MeshKynObj() = default;
