@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "KynChunks.h"
+#include "KynMessages.h"
+#include "KynRoMemCache.h"
 #include "TestFiles.h"
 
 using namespace Kyn;
@@ -177,6 +180,101 @@ TEST_F(SamsWriter, AppendRefusedWithoutRoomOrAtAnythingButASamsHeader) {
     KynSAMSChunk cut;
     EXPECT_FALSE(cut.appendStart(file, 1));
     EXPECT_EQ(cut.jsamOffset, 16);
+}
+
+// A whole file of one object: `written` of `planned` samples streamed by a writer in `mode`,
+// with `reserve` spare samples, then `added` more appended in place (of which `appendWritten`
+// are written). `each` runs after every sample, with the samples in the file so far.
+void writeFile(const std::string& path, KynSAMSChunk::Commit mode, bool nonUniform, int planned,
+               int written, int reserve, int added, int appendWritten,
+               const std::function<void(int)>& each) {
+    auto timeOf = [&](int s) { return nonUniform ? float(s * s) : float(s); };
+    KynMETAChunk meta;
+    meta.application = "a";
+    meta.sourceFile = "s";
+    meta.date = 1;
+    meta.numSamples = planned;
+    meta.firstTime = timeOf(0);
+    meta.lastTime = timeOf(planned - 1);
+    meta.rate = nonUniform ? 0.0f : 1.0f;
+    meta.addDOBJ("|o");
+    auto sample = [&](KynFile& file, KynSAMSChunk& sams, int s) {
+        const float time = timeOf(s);
+        KynGroupChunk object(kTagSOBJ);
+        object.children.push_back(new KynLeafChunk<float>(kTagPOSI, {1, 2, float(s)}));
+        ASSERT_TRUE(sams.writeStartSAMPChunk(file, 1, &time));
+        ASSERT_TRUE(sams.writeSOBJChunk(file, &object));
+        ASSERT_TRUE(sams.writeEndSAMPChunk(file));
+        each(s + 1);
+    };
+    KynFile file;
+    ASSERT_TRUE(file.open(path.c_str(), "w") && KynDKYNChunk().write(file));
+    ASSERT_TRUE(meta.write(file));
+    KynSAMSChunk sams;
+    sams.commit = mode;
+    sams.followMetadata(meta, 24);
+    ASSERT_TRUE(sams.writeStart(file, planned, reserve, nonUniform));
+    for (int s = 0; s < written; ++s) ASSERT_NO_FATAL_FAILURE(sample(file, sams, s));
+    ASSERT_TRUE(sams.writeEnd(file) && file.close());
+    if (added == 0) return;
+    // An append writes the metadata first: the committing one with the samples in the file.
+    ASSERT_TRUE(file.open(path.c_str(), "r+") && file.seek(24, SEEK_SET, true));
+    meta.numSamples = planned + added;
+    meta.lastTime = timeOf(planned + added - 1);
+    if (mode == KynSAMSChunk::kCommitAtEnd) {
+        ASSERT_TRUE(meta.write(file));
+    }
+    KynSAMSChunk more;
+    more.commit = mode;
+    more.followMetadata(meta, 24);
+    ASSERT_TRUE(file.seek(24 + 16 + meta.getLength(), SEEK_SET, true));
+    ASSERT_TRUE(more.appendStart(file, added));
+    for (int s = planned; s < planned + appendWritten; ++s)
+        ASSERT_NO_FATAL_FAILURE(sample(file, more, s));
+    ASSERT_TRUE(more.writeEnd(file) && file.close());
+}
+
+// A committing writer hands over each sample with its table entries, and the count and last
+// time of the metadata: after every sample the file loads with exactly the samples written,
+// at their times. Whatever was written, the file it ends with is the default writer's.
+TEST(SamsCommit, EverySampleLoadsAsItClosesAndTheFileEndsAsTheDefaultOne) {
+    const std::string path = scratchPath("committed.kyn");
+    const std::string plain = scratchPath("plain.kyn");
+    struct Case {
+        bool nonUniform;
+        int planned, written, reserve, added, appendWritten;
+        bool loadsEach;  // a reserve keeps the tables in step
+    };
+    const Case cases[] = {{false, 5, 5, 3, 0, 0, true},
+                          {true, 5, 5, 6, 4, 4, true},
+                          {true, 5, 3, 3, 0, 0, true},
+                          {true, 4, 4, 0, 0, 0, false},
+                          {false, 3, 3, 4, 4, 2, true}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.planned << " planned, " << c.written << " written, "
+                                          << c.added << " added, non-uniform " << c.nonUniform);
+        auto loadsWith = [&](int samples) {
+            if (!c.loadsEach) return;
+            KynMessageCapture quiet;
+            KynRoMemCache cache;
+            ASSERT_TRUE(cache.load(path.c_str(), true)) << quiet.last();
+            EXPECT_EQ(cache.meta.numSamples, samples);
+            for (int s = 0; s < samples; ++s) {
+                EXPECT_EQ(cache.getSampleTime(s), c.nonUniform ? float(s * s) : float(s));
+                auto* positions =
+                    cache.getSampleDataAtTime<float>(cache.getSampleTime(s), 0, kTagPOSI, nullptr);
+                ASSERT_NE(positions, nullptr);
+                EXPECT_EQ(positions->back(), float(s));
+            }
+        };
+        writeFile(plain, KynSAMSChunk::kCommitAtEnd, c.nonUniform, c.planned, c.written, c.reserve,
+                  c.added, c.appendWritten, [](int) {});
+        for (auto mode : {KynSAMSChunk::kCommitEachSample, KynSAMSChunk::kCommitEachSampleToDisk}) {
+            writeFile(path, mode, c.nonUniform, c.planned, c.written, c.reserve, c.added,
+                      c.appendWritten, loadsWith);
+            EXPECT_EQ(readBytes(path), readBytes(plain));
+        }
+    }
 }
 
 }  // namespace

@@ -236,6 +236,12 @@ class KynMETAChunk : public KynGroupChunk {
     bool writeChildren(KynFile& file) const override;
     std::ostream& printChildren(std::ostream& os, int depth) const override;
 
+    // Where `write` puts the payload of the fixed-width field `tag` ("DATE", "NSAM", "FTIM",
+    // "LTIM", "RATE", "SPAC" or "NOBJ"), counted from the first byte of the chunk's own header;
+    // -1 when it leaves the field out, or for any other tag. A written field can be patched in
+    // place: the metadata keeps its length.
+    int64_t fieldOffset(unsigned tag) const;
+
     // A new object of that name, with no attributes and no static chunks, appended to `objects`;
     // the metadata owns it. Duplicate names are not checked.
     KynDOBJChunk* addDOBJ(const char* name);
@@ -254,8 +260,30 @@ class KynMETAChunk : public KynGroupChunk {
 // The writer of one "SAMS" group, sample by sample. The tables at the front of the group are
 // written as placeholders with "FREE" reserves behind them and overwritten in place at the end;
 // appendStart reopens the last group of a file and grows its tables into the reserves.
+//
+// By default a file whose writer dies before writeEnd holds tables of zeros (and appendStart
+// has already grown them and zeroed the group's length): the samples are on disk, but neither
+// their offsets nor, in a non-uniform file, their times. With `commit` set, each sample is
+// committed as it closes (writeEndSAMPChunk, writeSAMPChunk):
+//   1. the sample is handed to the system;
+//   2. its "TIMS" entry, then its "JSAM" entry, are written in place; in a group with a reserve
+//      each table's length is set to the samples committed, with its "FREE" moved behind it,
+//      as an append leaves them, and the group's length is set to its end;
+//   3. with followMetadata, the metadata's "LTIM", then its "NSAM", are set to the samples
+//      committed: the count is the last thing written, so a file whose writer dies loads
+//      with exactly the samples committed, and recovery finds every committed sample's time;
+// each step handed to the system in this order (with kCommitEachSampleToDisk, everything up to
+// step 3 is on the disk before step 3, and step 3 before the next sample). appendStart then
+// leaves the group's tables and length as they were until the first commit. What writeEnd
+// leaves is byte for byte the file of the default: the tables in full, the "FREE" chunks and
+// the metadata's count and last time as given, whatever was committed.
 class KynSAMSChunk : public KynGroupChunk {
   public:
+    // When samples reach the file: at writeEnd (the default), or each as it closes, handed to
+    // the system (it survives the end of the process) or also to the disk (it survives a
+    // power cut; two fsyncs per sample).
+    enum Commit { kCommitAtEnd, kCommitEachSample, kCommitEachSampleToDisk };
+
     KynSAMSChunk();
     ~KynSAMSChunk() override;
     void reset() override;
@@ -280,6 +308,14 @@ class KynSAMSChunk : public KynGroupChunk {
     // read goes into `header`, which ends as the reserve behind "JSAM" as it was read: a chunk
     // that has served so needs a fresh one before another writeStart.
     bool appendStart(KynFile& file, int64_t newSamples);
+    // With `commit` set and a group with a reserve: keeps the sample count and last time of
+    // the metadata `meta`, written at `metaOffset` of the same file, in step with the samples
+    // committed (see above). `meta` is the metadata as written, whose count and last time are
+    // those the file ends with; the count must include the samples of earlier groups. Call it
+    // before writeStart or appendStart, which set the count to the samples in front of the
+    // group; the last time of those must be in the file already. False, and nothing followed,
+    // for metadata without samples.
+    bool followMetadata(const KynMETAChunk& meta, int64_t metaOffset);
 
     std::vector<float> times;
     std::vector<int64_t> sampleJumps;
@@ -289,6 +325,30 @@ class KynSAMSChunk : public KynGroupChunk {
     int64_t jobjOffset = -1;
     uint64_t sampleIndex = 0;
     uint64_t objectIndex = 0;
+    Commit commit = kCommitAtEnd;  // set before writeStart or appendStart
+
+  private:
+    // The metadata followed by a committing writer.
+    struct Followed {
+        int64_t countOffset = -1;  // of the "NSAM" payload; -1: none followed
+        int64_t lastTimeOffset = -1;
+        int64_t count = 0;
+        float firstTime = 0.0f;
+        float lastTime = 0.0f;
+        float rate = 0.0f;
+    };
+
+    bool commitStart(KynFile& file, bool emptyTables);
+    bool commitSample(KynFile& file);
+    bool commitEnd(KynFile& file);
+    // The samples in the file, the group's committed ones included, as a commit counts them.
+    int64_t committedCount() const;
+
+    bool inStep = false;          // committing, and the tables say how many are committed
+    int64_t samsPayload = -1;     // first byte of the group's payload
+    int64_t timsReserveEnd = -1;  // where the "FREE" behind "TIMS" ends
+    int64_t jsamReserveEnd = -1;  // where the "FREE" behind "JSAM" ends
+    Followed followed;
 };
 
 }  // namespace Kyn

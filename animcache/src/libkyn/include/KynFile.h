@@ -83,6 +83,16 @@ class KynFile {
     bool writeChunk(unsigned tag, const std::vector<T>& values, int64_t offset,
                     unsigned char compound, unsigned char dimension);
 
+    // Writes `size` raw bytes at `offset` and comes back to the current position: a field
+    // fixed in place, as endGroup fixes a length.
+    bool patch(int64_t offset, const void* data, std::size_t size);
+    // Hands everything written so far to the system, so that it survives the end of this
+    // process; with `toDisk`, also waits until it is on the disk (fsync). False with no stream
+    // or when something written was lost.
+    bool flush(bool toDisk);
+    // Forgets the bytes read ahead: the next read sees what another writer has put in the file.
+    void forgetReadAhead();
+
     // Writes a group header as given and opens the group; endGroup patches its true length.
     bool startGroup(const KynHeader& header);
     bool endGroup();

@@ -90,6 +90,34 @@ int64_t KynMETAChunk::getLength() const {
     return length + (numSamples != 0 ? 188 : 128);
 }
 
+int64_t KynMETAChunk::fieldOffset(unsigned tag) const {
+    // The order of writeChildren; each field chunk is a header and its payload.
+    struct Field {
+        unsigned tag;
+        bool written;
+        int64_t size;
+    };
+    const bool timed = numSamples > 0;
+    const Field fields[] = {
+        {kTagWAPP, !application.empty(), int64_t(application.size()) + 1},
+        {kTagSFIL, !sourceFile.empty(), int64_t(sourceFile.size()) + 1},
+        {kTagDATE, date != 0, 8},
+        {kTagNSAM, true, 8},
+        {kTagFTIM, timed, 4},
+        {kTagLTIM, timed, 4},
+        {kTagRATE, timed, 4},
+        {kTagSPAC, true, 8},
+        {kTagNOBJ, true, 8},
+    };
+    int64_t at = 16;
+    for (const Field& field : fields) {
+        if (field.tag == tag)
+            return field.written && tag != kTagWAPP && tag != kTagSFIL ? at + 16 : -1;
+        if (field.written) at += 16 + field.size;
+    }
+    return -1;
+}
+
 bool KynMETAChunk::readChild(const KynHeader& h, KynFile& file, bool& handled) {
     handled = false;
     int64_t objectCount = 0;

@@ -5,8 +5,10 @@
 //   FREE := reserve of spare samples: 4 bytes each behind TIMS, 8 behind JSAM; a hole
 //   SAMP := JOBJ SOBJ*            JOBJ: int64[objects], absolute offsets of the "SOBJ" headers
 // Tables go out as placeholders and are overwritten in place when their group ends. To append,
-// a table grows into its reserve: the "FREE" header moves back and its length shrinks.
+// a table grows into its reserve: the "FREE" header moves back and its length shrinks. A
+// committing writer grows its tables that way one sample at a time (see KynChunks.h).
 #include <climits>
+#include <cstring>
 
 #include "KynChunks.h"
 
@@ -51,6 +53,37 @@ bool readTableAndReserve(KynFile& file, KynHeader& h, int64_t newSamples, std::v
     return newSamples * size <= h.length;
 }
 
+// A table header for `entries` entries of `size` bytes, and the "FREE" behind it up to
+// `reserveEnd`, as one block of 32 bytes at `table`.
+bool writeTableHead(KynFile& file, int64_t table, unsigned tag, unsigned char type, int64_t size,
+                    int64_t entries, int64_t reserveEnd) {
+    const int64_t freeAt = table + 16 + size * entries;
+    const KynHeader heads[2] = {makeHeader(tag, type, size * entries),
+                                makeHeader(kTagFREE, kTypeUndef, reserveEnd - freeAt - 16)};
+    return file.patch(table, heads, sizeof heads);
+}
+
+// Commits entry `k` of the table at `table`: the entry in place, and, when the table has a
+// reserve ending at `reserveEnd` (not -1), the "FREE" behind it and the table's new length, in
+// that order. Each write is handed to the system before the next.
+bool commitEntry(KynFile& file, int64_t table, const void* entry, int64_t size, uint64_t k,
+                 int64_t reserveEnd) {
+    unsigned char bytes[8 + sizeof(KynHeader)];
+    std::memcpy(bytes, entry, std::size_t(size));
+    const int64_t entryAt = table + 16 + size * int64_t(k);
+    std::size_t length = std::size_t(size);
+    if (reserveEnd >= 0) {
+        const KynHeader reserve =
+            makeHeader(kTagFREE, kTypeUndef, reserveEnd - entryAt - size - 16);
+        std::memcpy(bytes + size, &reserve, sizeof reserve);
+        length += sizeof reserve;
+    }
+    if (!file.patch(entryAt, bytes, length) || !file.flush(false)) return false;
+    if (reserveEnd < 0) return true;
+    const int64_t tableLength = size * int64_t(k + 1);
+    return file.patch(table + 8, &tableLength, sizeof tableLength) && file.flush(false);
+}
+
 }  // namespace
 
 KynSAMSChunk::KynSAMSChunk() : KynGroupChunk(kTagSAMS) {}
@@ -63,6 +96,9 @@ void KynSAMSChunk::reset() {
     objectJumps.clear();
     timsOffset = jsamOffset = jobjOffset = -1;
     sampleIndex = objectIndex = 0;
+    inStep = false;
+    samsPayload = timsReserveEnd = jsamReserveEnd = -1;
+    followed = Followed();
 }
 
 bool KynSAMSChunk::read(const KynHeader&, KynFile&) {
@@ -77,6 +113,7 @@ bool KynSAMSChunk::writeStart(KynFile& file, int64_t numSamples, int64_t numFree
     sampleIndex = 0;
     if (numSamples < 0 || numFree < 0) return false;
     if (!file.startGroup(header)) return false;
+    samsPayload = file.tell(nullptr);
     if (nonUniform) {
         bool ok = false;
         timsOffset = file.tell(&ok);
@@ -103,7 +140,10 @@ bool KynSAMSChunk::writeStart(KynFile& file, int64_t numSamples, int64_t numFree
         file.endGroup();
         return false;
     }
-    return true;
+    inStep = commit != kCommitAtEnd && numFree != 0;
+    if (timsOffset >= 0) timsReserveEnd = timsOffset + 32 + 4 * (numSamples + numFree);
+    jsamReserveEnd = jsamOffset + 32 + 8 * (numSamples + numFree);
+    return commitStart(file, true);
 }
 
 bool KynSAMSChunk::writeStartSAMPChunk(KynFile& file, int64_t numObjects, const float* time) {
@@ -153,7 +193,7 @@ bool KynSAMSChunk::writeEndSAMPChunk(KynFile& file) {
     if (!file.endGroup()) return false;
     if (jobjOffset >= 0 && !file.writeChunk(kTagJOBJ, objectJumps, jobjOffset, 0, 0)) return false;
     ++sampleIndex;
-    return true;
+    return commitSample(file);
 }
 
 bool KynSAMSChunk::writeSAMPChunk(KynFile& file, const KynHeader& sample, const void* payload,
@@ -166,7 +206,7 @@ bool KynSAMSChunk::writeSAMPChunk(KynFile& file, const KynHeader& sample, const 
     sampleJumps[sampleIndex] = offset;
     if (time != nullptr && sampleIndex < times.size()) times[sampleIndex] = *time;
     ++sampleIndex;
-    return true;
+    return commitSample(file);
 }
 
 bool KynSAMSChunk::writeEnd(KynFile& file) {
@@ -178,8 +218,8 @@ bool KynSAMSChunk::writeEnd(KynFile& file) {
     }
     if (!file.endGroup()) return false;
     if (timsOffset >= 0 && !file.writeChunk(kTagTIMS, times, timsOffset, 0, 0)) return false;
-    if (jsamOffset < 0) return true;
-    return file.writeChunk(kTagJSAM, sampleJumps, jsamOffset, 0, 0);
+    if (jsamOffset >= 0 && !file.writeChunk(kTagJSAM, sampleJumps, jsamOffset, 0, 0)) return false;
+    return commitEnd(file);
 }
 
 bool KynSAMSChunk::appendStart(KynFile& file, int64_t newSamples) {
@@ -188,9 +228,13 @@ bool KynSAMSChunk::appendStart(KynFile& file, int64_t newSamples) {
     if (!ok) return false;
     file.readHeader(header);
     if (header.tag != kTagSAMS) return false;
+    // A committing writer leaves the group as it is on disk until its first sample is in.
+    const bool inPlace = commit != kCommitAtEnd;
+    const int64_t length = inPlace ? header.length : 0;
     file.groupStack.clear();
     if (!file.seek(groupOffset, SEEK_SET, true)) return false;
-    if (!file.startGroup(makeHeader(kTagSAMS, kTypeGroup, 0))) return false;
+    if (!file.startGroup(makeHeader(kTagSAMS, kTypeGroup, length))) return false;
+    samsPayload = file.tell(nullptr);
 
     // The chunk's own header is the buffer of every read: it ends as the last "FREE" read.
     // A header that does not read leaves the last one in place, which is no "JSAM".
@@ -199,9 +243,14 @@ bool KynSAMSChunk::appendStart(KynFile& file, int64_t newSamples) {
     if (header.tag == kTagTIMS) {
         timsOffset = position;
         if (!readTableAndReserve(file, header, newSamples, times)) return false;
-        if (!file.seek(timsOffset, SEEK_SET, false)) return false;
-        if (!writeTable(file, kTagTIMS, times)) return false;
-        if (!writeReserve(file, header.length - newSamples * 4)) return false;
+        timsReserveEnd = file.tell(nullptr) + header.length;
+        if (!inPlace) {
+            if (!file.seek(timsOffset, SEEK_SET, false)) return false;
+            if (!writeTable(file, kTagTIMS, times)) return false;
+            if (!writeReserve(file, header.length - newSamples * 4)) return false;
+        } else if (!file.seek(timsReserveEnd, SEEK_SET, false)) {
+            return false;
+        }
         position = file.tell(nullptr);
         file.readHeader(header);
     }
@@ -209,10 +258,93 @@ bool KynSAMSChunk::appendStart(KynFile& file, int64_t newSamples) {
     if (header.tag != kTagJSAM) return false;
     sampleIndex = static_cast<uint64_t>(header.length / 8);
     if (!readTableAndReserve(file, header, newSamples, sampleJumps)) return false;
-    if (!file.seek(jsamOffset, SEEK_SET, false)) return false;
-    writeTable(file, kTagJSAM, sampleJumps);
-    writeReserve(file, header.length - newSamples * 8);
-    return file.seek(0, SEEK_END, false);
+    jsamReserveEnd = file.tell(nullptr) + header.length;
+    if (!inPlace) {
+        if (!file.seek(jsamOffset, SEEK_SET, false)) return false;
+        writeTable(file, kTagJSAM, sampleJumps);
+        writeReserve(file, header.length - newSamples * 8);
+    }
+    inStep = inPlace;
+    return file.seek(0, SEEK_END, false) && commitStart(file, false);
+}
+
+bool KynSAMSChunk::followMetadata(const KynMETAChunk& meta, int64_t metaOffset) {
+    followed = Followed();
+    if (meta.numSamples < 1 || metaOffset < 0) return false;
+    followed.countOffset = metaOffset + meta.fieldOffset(kTagNSAM);
+    followed.lastTimeOffset = metaOffset + meta.fieldOffset(kTagLTIM);
+    followed.count = meta.numSamples;
+    followed.firstTime = meta.firstTime;
+    followed.lastTime = meta.lastTime;
+    followed.rate = meta.rate;
+    return true;
+}
+
+int64_t KynSAMSChunk::committedCount() const {
+    return followed.count - int64_t(sampleJumps.size() - sampleIndex);
+}
+
+// The start of a committing group: its tables made empty (a new group), the metadata's count
+// set to the samples in front of it, and all of it handed over.
+bool KynSAMSChunk::commitStart(KynFile& file, bool emptyTables) {
+    if (commit == kCommitAtEnd) return true;
+    if (inStep && emptyTables) {
+        if (timsOffset >= 0 &&
+            !writeTableHead(file, timsOffset, kTagTIMS, kTypeFloat, 4, 0, timsReserveEnd))
+            return false;
+        if (!writeTableHead(file, jsamOffset, kTagJSAM, kTypeInt64, 8, 0, jsamReserveEnd))
+            return false;
+    }
+    if (inStep && followed.countOffset >= 0) {
+        const int64_t count = committedCount();
+        if (!file.patch(followed.countOffset, &count, sizeof count)) return false;
+    }
+    return file.flush(commit == kCommitEachSampleToDisk);
+}
+
+bool KynSAMSChunk::commitSample(KynFile& file) {
+    if (commit == kCommitAtEnd) return true;
+    const bool toDisk = commit == kCommitEachSampleToDisk;
+    const uint64_t k = sampleIndex - 1;
+    if (!file.flush(false)) return false;  // the sample before its entries
+    if (timsOffset >= 0 && k < times.size() &&
+        !commitEntry(file, timsOffset, &times[k], 4, k, inStep ? timsReserveEnd : -1))
+        return false;
+    if (jsamOffset >= 0 &&
+        !commitEntry(file, jsamOffset, &sampleJumps[k], 8, k, inStep ? jsamReserveEnd : -1))
+        return false;
+    if (!inStep) return file.flush(toDisk);
+    const int64_t length = file.tell(nullptr) - samsPayload;
+    if (!file.patch(samsPayload - 8, &length, sizeof length) || !file.flush(toDisk)) return false;
+    if (followed.countOffset < 0) return true;
+    const int64_t count = committedCount();
+    const float lastTime = followed.rate == 0.0f
+                               ? (k < times.size() ? times[k] : 0.0f)
+                               : float(count - 1) / followed.rate + followed.firstTime;
+    return file.patch(followed.lastTimeOffset, &lastTime, sizeof lastTime) && file.flush(false) &&
+           file.patch(followed.countOffset, &count, sizeof count) && file.flush(toDisk);
+}
+
+// The "FREE" chunks and the metadata's fields as the default leaves them, behind the tables
+// that writeEnd has written in full.
+bool KynSAMSChunk::commitEnd(KynFile& file) {
+    if (commit == kCommitAtEnd) return true;
+    if (inStep) {
+        KynHeader reserve = makeHeader(kTagFREE, kTypeUndef, 0);
+        if (timsOffset >= 0) {
+            const int64_t at = timsOffset + 16 + 4 * int64_t(times.size());
+            reserve.length = timsReserveEnd - at - 16;
+            if (!file.patch(at, &reserve, sizeof reserve)) return false;
+        }
+        const int64_t at = jsamOffset + 16 + 8 * int64_t(sampleJumps.size());
+        reserve.length = jsamReserveEnd - at - 16;
+        if (!file.patch(at, &reserve, sizeof reserve)) return false;
+        if (followed.countOffset >= 0 &&
+            (!file.patch(followed.lastTimeOffset, &followed.lastTime, sizeof(float)) ||
+             !file.patch(followed.countOffset, &followed.count, sizeof(int64_t))))
+            return false;
+    }
+    return file.flush(commit == kCommitEachSampleToDisk);
 }
 
 }  // namespace Kyn

@@ -159,6 +159,21 @@ bool KynFile::writeChunk(unsigned tag, const std::vector<std::string>& values, i
     return writeChunk(header, header.length != 0 ? scratch.data() : nullptr, offset);
 }
 
+bool KynFile::patch(int64_t offset, const void* data, std::size_t size) {
+    if (!stream) return false;
+    const int64_t resume = stream->tell();
+    if (!stream->seek(offset, SEEK_SET) || stream->write(data, size) != size) return false;
+    return stream->seek(resume, SEEK_SET);
+}
+
+bool KynFile::flush(bool toDisk) {
+    return stream && stream->sync(toDisk);
+}
+
+void KynFile::forgetReadAhead() {
+    if (stream) stream->forgetReadAhead();
+}
+
 bool KynFile::startGroup(const KynHeader& header) {
     if (!stream) return false;
     if (stream->write(&header, sizeof(KynHeader)) != sizeof(KynHeader)) return false;

@@ -67,6 +67,14 @@ bool KynFileStream::close() {
     return ok;
 }
 
+bool KynFileStream::sync(bool toDisk) {
+    if (fd < 0) return false;
+    bool ok = flush() && !failed;
+    while (ok && toDisk && ::fsync(fd) != 0)
+        if (errno != EINTR) ok = false;
+    return ok;
+}
+
 bool KynFileStream::seek(int64_t offset, int whence) {
     int64_t base = 0;
     if (whence == SEEK_CUR)

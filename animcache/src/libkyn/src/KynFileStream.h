@@ -36,6 +36,12 @@ class KynFileStream {
 
     // Writes what is buffered and closes; false when anything written was lost.
     bool close();
+    // Writes what is buffered to the file, and with `toDisk` waits until the file is on the
+    // disk (fsync); false when anything written was lost.
+    bool sync(bool toDisk);
+    // Forgets what was read ahead, so that the next read sees what another writer has put in
+    // the file since.
+    void forgetReadAhead() { dropBlocks(); }
 
     int64_t tell() const { return position; }
     bool seek(int64_t offset, int whence);
