@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "KynRecovery.h"
+#include "KynReplacement.h"
 #include "KynSampleCopy.h"
 
 namespace Kyn {
@@ -111,7 +112,7 @@ KynRecoveryReport recoverCache(const char* damaged, const char* out, const KynPr
             return report;
         }
     }
-    if (!target.close() || !replacement.commit()) {
+    if (!replacement.commit(target)) {
         report.failure = "the new file could not be written";
         return report;
     }

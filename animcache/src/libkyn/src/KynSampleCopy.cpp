@@ -3,11 +3,7 @@
 // into chunk objects; only the headers of its direct children are looked at, in memory.
 #include "KynSampleCopy.h"
 
-#include <unistd.h>
-
-#include <atomic>
 #include <climits>
-#include <cstdio>
 #include <cstring>
 
 namespace Kyn {
@@ -134,20 +130,6 @@ bool KynSampleCopier::copyChunk(KynFile& in, int64_t offset, KynFile& out, int64
     for (int64_t child = offset + 16; child < end;)
         if (!copyChunk(in, child, out, child, depth + 1)) return false;
     return out.endGroup();
-}
-
-KynReplacement::KynReplacement(const std::string& target) : target(target) {
-    static std::atomic<unsigned> counter(0);
-    temporary = target + ".partial-" + std::to_string(getpid()) + "-" + std::to_string(counter++);
-}
-
-KynReplacement::~KynReplacement() {
-    if (!committed) std::remove(temporary.c_str());
-}
-
-bool KynReplacement::commit() {
-    committed = std::rename(temporary.c_str(), target.c_str()) == 0;
-    return committed;
 }
 
 }  // namespace Kyn

@@ -1,5 +1,5 @@
-// Copying samples from one cache file into the sample stream of another, and writing a file
-// that replaces its target only once it is complete. Private to the library.
+// Copying samples from one cache file into the sample stream of another. Private to the
+// library.
 #ifndef KYN_SAMPLE_COPY_H
 #define KYN_SAMPLE_COPY_H
 
@@ -34,24 +34,6 @@ class KynSampleCopier {
 inline int64_t defaultReserve(int64_t samples) {
     return samples * 2 < 100 ? 100 : samples * 2;
 }
-
-// A new file beside `target`, named after it, that `commit` renames over it. Until then the
-// target is untouched; a replacement that goes without a commit removes its file.
-class KynReplacement {
-  public:
-    explicit KynReplacement(const std::string& target);
-    ~KynReplacement();
-    KynReplacement(const KynReplacement&) = delete;
-    KynReplacement& operator=(const KynReplacement&) = delete;
-
-    const std::string& path() const { return temporary; }
-    bool commit();
-
-  private:
-    std::string target;
-    std::string temporary;
-    bool committed = false;
-};
 
 }  // namespace Kyn
 

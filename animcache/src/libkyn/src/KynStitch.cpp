@@ -14,6 +14,7 @@
 
 #include "KynCache.h"
 #include "KynMessages.h"
+#include "KynReplacement.h"
 #include "KynSampleCopy.h"
 
 namespace Kyn {
@@ -305,7 +306,7 @@ bool Stitcher::write(const char* out, const KynProgress& progress) {
         if (!writer.writeEnd(file))
             return refuse(KynStitchReport::kWrite, "", "the new file could not be written");
     }
-    if (!file.close() || !replacement.commit())
+    if (!replacement.commit(file))
         return refuse(KynStitchReport::kWrite, "", "the new file could not be written");
     report.samples = count;
     report.uniform = meta.rate != 0.0f;
