@@ -3,9 +3,12 @@
 // round trips through a fresh read-only cache.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 
 #include "KynRwMemCache.h"
 #include "TestFiles.h"
@@ -450,4 +453,55 @@ TEST(ReadOnlyFile, AppendRefusesAndSaveAsFailsAtTheOpen) {
     EXPECT_EQ(readBytes(path), before);
     unlink(path.c_str());
     rmdir(pattern);
+}
+
+// A safe rewrite writes beside the target and renames over it: the same cache in the file, the
+// target's permission bits kept, leftovers of dead writers of that target gone (those of a
+// live one kept), and, when the rename fails, the target untouched and no new file left.
+TEST(SafeRewrite, ReplacesTheTargetWhole) {
+    const std::string path = savedFile({1, 2, 3});
+    ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+    char host[256] = "";
+    ASSERT_EQ(gethostname(host, sizeof host - 1), 0);
+    std::string name = host;
+    std::replace(name.begin(), name.end(), '-', '_');  // new files are named <target>.partial-
+    const std::string stem = path + ".partial-" + name + "-";  // <host>-<pid>-<n>
+    const pid_t dead = fork();
+    if (dead == 0) _exit(0);
+    waitpid(dead, nullptr, 0);
+    const std::string stale = stem + std::to_string(dead) + "-0";
+    const std::string live = stem + std::to_string(getpid()) + "-99";
+    writeBytes(stale, {1});
+    writeBytes(live, {2});
+
+    KynRwMemCache cache;
+    cache.safeRewrite = true;
+    ASSERT_TRUE(cache.load(path.c_str(), true));
+    addSample(cache, 1.5f);  // in the middle: no append
+    bool saved = false;
+    ASSERT_TRUE(cache.save(&saved, nullptr));
+    EXPECT_TRUE(saved);
+    expectFileHolds(path, cache);
+    struct stat status;
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    EXPECT_NE(access(stale.c_str(), F_OK), 0);
+    EXPECT_EQ(access(live.c_str(), F_OK), 0);
+    unlink(live.c_str());
+
+    const std::string directory = scratchPath("a_directory");
+    ASSERT_EQ(mkdir(directory.c_str(), 0755), 0);
+    const std::vector<int64_t> jumps = cache.sampleJumps;
+    addSample(cache, 1.25f);
+    EXPECT_FALSE(cache.saveAs(directory.c_str(), &saved, nullptr));
+    EXPECT_FALSE(saved);
+    EXPECT_TRUE(cache.modified);
+    EXPECT_EQ(cache.sampleJumps, jumps);
+    EXPECT_EQ(cache.fileName, path);
+    std::size_t left = 0;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::filesystem::path(directory).parent_path()))
+        left += entry.path().string().find(".partial-") != std::string::npos;
+    EXPECT_EQ(left, 0u);
+    rmdir(directory.c_str());
 }

@@ -82,6 +82,27 @@ class KynRwMemCache : public KynRoMemCache {
     bool canAppend = false;  // every sample added since the last save lies behind the end
     int numFree = 0;         // spare samples per "SAMS"; 0: twice the samples; at least 100
 
+    // Off by default: a save that writes the whole file truncates the target and writes it
+    // afresh, so a crash leaves it cut. With safeRewrite, every whole-file write (a rewrite, a
+    // file of no samples, saveAs to another path) goes to a new file beside the target that is
+    // flushed to disk and then renamed over it, with the directory flushed after: a crash
+    // leaves the old file or the new one. A process that dies while writing leaves
+    // "<target>.partial-<host>-<pid>-<n>" beside the target; a later safe save of that target
+    // on the same host removes those of processes that no longer run. The new file takes the
+    // permission bits of the old one. On failure the target and the jump table are as they
+    // were and the new file is gone.
+    bool safeRewrite = false;
+    // Off by default. With syncAppend, an append in place ends with the file flushed to disk.
+    bool syncAppend = false;
+    // The writer's commit mode for appends and for rewrites that are not safe ones (a safe
+    // rewrite's new file does not stand until it is whole): with kCommitEachSample or
+    // kCommitEachSampleToDisk every sample is committed as it is written, and the metadata's
+    // count and last time follow (see KynSAMSChunk), so that a save that dies leaves a file
+    // that loads with the samples written so far. An append then writes the metadata first
+    // with the count and last time of the samples already in the file. The file that a
+    // finished save leaves is the same in every mode.
+    KynSAMSChunk::Commit commitSamples = KynSAMSChunk::kCommitAtEnd;
+
   private:
     // The low 32 bits of the sample count, as every test of the count reads them.
     int count() const { return static_cast<int>(meta.numSamples); }
@@ -97,6 +118,9 @@ class KynRwMemCache : public KynRoMemCache {
     bool removeFile(const char* path, bool* deleted);
     bool writeHeaderOnly();
     bool rewrite(const std::string& path);
+    bool writeFile(const std::string& path, bool uniform);
+    bool writeWhole(const std::string& path, bool uniform, bool committing);
+    bool writeMetadataInFront(int64_t samplesInFile);
 };
 
 }  // namespace Kyn

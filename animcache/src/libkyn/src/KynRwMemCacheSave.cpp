@@ -13,6 +13,7 @@
 
 #include <ctime>
 
+#include "KynReplacement.h"
 #include "KynRwMemCache.h"
 
 namespace Kyn {
@@ -173,30 +174,69 @@ bool KynRwMemCache::rewrite(const std::string& path) {
     if (!loadAllSamples()) return false;
     const bool uniform = convertToUniformSampling();
     meta.date = time(nullptr);
-    // Opening closes the old stream and truncates the target.
-    if (!file.open(path.c_str(), "w")) return false;
-    if (!dkyn.write(file) || !meta.write(file)) return false;
-    if (count() < 1) {
-        if (!file.close()) return false;
-        finishSave(path);
-        return true;
-    }
-    if (samples.size() != std::size_t(count())) return false;
-    KynSAMSChunk writer;
-    if (!writer.writeStart(file, count(), reserveFor(count()), !uniform)) return false;
-    sampleJumps.resize(std::size_t(count()));
-    if (!writeSamples(writer, 0, !uniform) || !writer.writeEnd(file) || !file.close()) return false;
+    if (!writeFile(path, uniform)) return false;
     finishSave(path);
     return true;
 }
 
 // A file with objects but no samples is only a header: it is written afresh.
 bool KynRwMemCache::writeHeaderOnly() {
-    if (!file.open(fileName.c_str(), "w")) return false;
-    meta.date = time(nullptr);
-    if (!dkyn.write(file) || !meta.write(file) || !file.close()) return false;
+    if (safeRewrite) {
+        meta.date = time(nullptr);
+        if (!writeFile(fileName, true)) return false;
+    } else {
+        if (!file.open(fileName.c_str(), "w")) return false;
+        meta.date = time(nullptr);
+        if (!dkyn.write(file) || !meta.write(file) || !file.close()) return false;
+    }
     finishSave(fileName);
     return true;
+}
+
+// Writes the whole cache to `path`: in place, the target truncated first (a failure leaves the
+// stream open on what was written), or, safely, to a new file that replaces the target once it
+// is whole.
+bool KynRwMemCache::writeFile(const std::string& path, bool uniform) {
+    if (!safeRewrite) return writeWhole(path, uniform, true) && file.close();
+    const std::vector<int64_t> jumps = sampleJumps;
+    KynReplacement replacement(path);
+    if (writeWhole(replacement.path(), uniform, false) && replacement.commit(file)) return true;
+    file.close();
+    sampleJumps = jumps;
+    return false;
+}
+
+// Opens `path` afresh (which closes the old stream) and writes the cache into it; the stream
+// stays open.
+bool KynRwMemCache::writeWhole(const std::string& path, bool uniform, bool committing) {
+    if (!file.open(path.c_str(), "w") || !dkyn.write(file)) return false;
+    const int64_t metaOffset = file.tell(nullptr);
+    if (!meta.write(file)) return false;
+    if (count() < 1) return true;
+    if (samples.size() != std::size_t(count())) return false;
+    KynSAMSChunk writer;
+    if (committing && commitSamples != KynSAMSChunk::kCommitAtEnd) {
+        writer.commit = commitSamples;
+        writer.followMetadata(meta, metaOffset);
+    }
+    if (!writer.writeStart(file, count(), reserveFor(count()), !uniform)) return false;
+    sampleJumps.resize(std::size_t(count()));
+    return writeSamples(writer, 0, !uniform) && writer.writeEnd(file);
+}
+
+// The metadata of an append, at the current position. A committing append writes it with the
+// count and last time of the samples already in the file, which its writer then moves on
+// sample by sample; otherwise with those of memory.
+bool KynRwMemCache::writeMetadataInFront(int64_t samplesInFile) {
+    if (commitSamples == KynSAMSChunk::kCommitAtEnd || samplesInFile < 1) return meta.write(file);
+    const int64_t count = meta.numSamples;
+    const float lastTime = meta.lastTime;
+    meta.lastTime = getSampleTime(int(samplesInFile - 1));
+    meta.numSamples = samplesInFile;
+    const bool written = meta.write(file);
+    meta.numSamples = count;
+    meta.lastTime = lastTime;
+    return written;
 }
 
 bool KynRwMemCache::append() {
@@ -231,16 +271,20 @@ bool KynRwMemCache::append() {
 
     // The first write. From here a failure leaves the file damaged; memory stays whole.
     meta.date = time(nullptr);
-    if (!file.seek(survey.metaPos, SEEK_SET, true) || !meta.write(file)) return false;
+    if (!file.seek(survey.metaPos, SEEK_SET, true) || !writeMetadataInFront(first)) return false;
     if (!file.seek(survey.lastSamsPos, SEEK_SET, true)) return false;
     KynSAMSChunk writer;
+    if (commitSamples != KynSAMSChunk::kCommitAtEnd) {
+        writer.commit = commitSamples;
+        writer.followMetadata(meta, survey.metaPos);
+    }
     const bool started =
         survey.jsamFree < newCount
             ? file.seek(0, SEEK_END, true) &&
                   writer.writeStart(file, newCount, reserveFor(count()), nonUniform)
             : writer.appendStart(file, newCount);
     if (!started || !writeSamples(writer, int(first), nonUniform) || !writer.writeEnd(file) ||
-        !file.close())
+        (syncAppend && !file.flush(true)) || !file.close())
         return false;
     finishSave(fileName);
     return true;
