@@ -112,9 +112,14 @@ class KynSampleScanner {
     // once each, also those that are not whole.
     bool next(KynScannedSample& sample);
 
-    // For a reader of a file that a writer still extends: a sample that the file ends inside,
-    // or whose length is not written yet with nothing whole behind it, is not reported; `next`
-    // answers false before it and looks at it again on the next call. Off by default.
+    // For a reader of a file that a writer still extends (KynLiveCache). Off by default. When
+    // on, `next` reports only samples that are whole, whose "JOBJ" leads to their objects and
+    // whose time is known; before any other sample, and before a chunk that does not fit the
+    // file yet, it answers false, and looks again from there on the next call. A call after a
+    // false answer first forgets what was read ahead, and a sample of a non-uniform file whose
+    // time is not known reads its group's tables again, since a writer that commits each
+    // sample adds to them. A sample that never becomes whole (a damaged file) stops the walk
+    // for good.
     bool holdTail = false;
 
     // Findings that belong to no one sample: the groups, their tables, stray bytes, a cut at

@@ -173,6 +173,7 @@ struct KynSampleScanner::State {
     int64_t groupEnd = -1;  // where the current group says it ends; -1 unknown
     int64_t nextIndex = 0;  // index of the next sample while `inSync`
     bool inSync = true;
+    bool polled = false;  // the last walk found nothing more: the next is a new look
     int64_t samplesFound = 0;
     std::vector<KynDamage> found;
     std::vector<unsigned char> block;
@@ -214,7 +215,11 @@ struct KynSampleScanner::State {
     void skipTo(int64_t offset, int64_t from, const char* what);
     void examine(const KynHeader& h, KynScannedSample& sample);
     bool checkChildren(int64_t start, int64_t end, int depth, int object, KynDamage& problem);
+    void locate(KynScannedSample& sample);
     void place(KynScannedSample& sample);
+    bool settled(KynScannedSample& sample);
+    void rereadTables(ScannedGroup& g);
+    bool walkOn(KynScannedSample& sample, bool holdTail);
     int64_t continuation(const KynScannedSample& sample);
     void groupProblems(const ScannedGroup& g, std::vector<KynDamage>& out) const;
 };
@@ -437,7 +442,7 @@ void KynSampleScanner::State::examine(const KynHeader& h, KynScannedSample& samp
 }
 
 // Gives the sample its index and time, as far as the file shows them.
-void KynSampleScanner::State::place(KynScannedSample& sample) {
+void KynSampleScanner::State::locate(KynScannedSample& sample) {
     ScannedGroup& g = group();
     const int64_t expected = g.firstIndex >= 0 && inSync ? nextIndex - g.firstIndex : -1;
     const int64_t entry = g.entryOf(sample.offset, expected);
@@ -451,10 +456,7 @@ void KynSampleScanner::State::place(KynScannedSample& sample) {
         if (g.firstIndex >= 0) inGroup = index - g.firstIndex;
     }
     sample.index = index;
-    if (index >= 0) {
-        nextIndex = index + 1;
-        inSync = true;
-    }
+    sample.hasTime = false;
     if (rate != 0.0f) {
         const float time = float(index) / rate + firstTime;
         sample.hasTime = index >= 0 && std::isfinite(time);
@@ -464,6 +466,16 @@ void KynSampleScanner::State::place(KynScannedSample& sample) {
         sample.hasTime = std::isfinite(sample.time);  // no lookup could ever find another
     }
     if (!sample.whole) sample.problem.sample = index;
+}
+
+// Locates the sample and counts it in.
+void KynSampleScanner::State::place(KynScannedSample& sample) {
+    locate(sample);
+    if (sample.index >= 0) {
+        nextIndex = sample.index + 1;
+        inSync = true;
+    }
+    ScannedGroup& g = group();
     g.samples.push_back(sample.offset);
     g.prologue = false;
     ++samplesFound;
@@ -484,7 +496,39 @@ int64_t KynSampleScanner::State::continuation(const KynScannedSample& sample) {
     return search(p + 1, false);
 }
 
+// The group's tables as they are on disk now: a writer that commits each sample adds to them.
+void KynSampleScanner::State::rereadTables(ScannedGroup& g) {
+    KynHeader h;
+    if (g.timsOffset >= 0 && readHeaderAt(g.timsOffset, h) && h.tag == kTagTIMS)
+        readTable(g.timsOffset, h, g.times);
+    if (g.jsamOffset >= 0 && readHeaderAt(g.jsamOffset, h) && h.tag == kTagJSAM &&
+        readTable(g.jsamOffset, h, g.jumps)) {
+        g.jumpIndex.clear();
+        for (std::size_t k = 0; k < g.jumps.size(); ++k)
+            if (g.jumps[k] != 0) g.lastWritten = int64_t(k);
+    }
+}
+
+// For a reader of a file still being written: whether the sample can be reported now, whole,
+// with an object table that leads to its objects and with a time.
+bool KynSampleScanner::State::settled(KynScannedSample& sample) {
+    if (!sample.whole || !sample.objectTableMatches) return false;
+    locate(sample);
+    if (!sample.hasTime && rate == 0.0f) {
+        rereadTables(group());
+        locate(sample);
+    }
+    return sample.hasTime;
+}
+
 bool KynSampleScanner::State::walk(KynScannedSample& sample, bool holdTail) {
+    // A new look at a file that another writer extends: what was read ahead may have changed.
+    if (holdTail && polled) file.forgetReadAhead();
+    polled = !walkOn(sample, holdTail);
+    return !polled;
+}
+
+bool KynSampleScanner::State::walkOn(KynScannedSample& sample, bool holdTail) {
     refreshSize();
     while (pos < size) {
         KynHeader h;
@@ -502,17 +546,17 @@ bool KynSampleScanner::State::walk(KynScannedSample& sample, bool holdTail) {
         const bool behindGroup = !groups.empty() && pos == groupEnd;  // at the top level
         const bool inPrologue = !behindGroup && (groups.empty() || group().prologue);
         if (inPrologue && (h.tag == kTagTIMS || h.tag == kTagJSAM || h.tag == kTagFREE)) {
-            if (!prologueChunk(h)) skipTo(search(pos + 1, true), pos, "a broken table");
+            if (prologueChunk(h)) continue;
+            const int64_t next = search(pos + 1, true);
+            if (next < 0 && holdTail) return false;  // a table still being written
+            skipTo(next, pos, "a broken table");
             continue;
         }
         if (isSampleHeader(h)) {
             const int64_t p = pos;
             examine(h, sample);
+            if (holdTail && !settled(sample)) return false;
             const int64_t next = sample.whole ? p + 16 + h.length : continuation(sample);
-            if (next < 0 && holdTail &&
-                (sample.problem.kind == KynDamage::kCut ||
-                 sample.problem.kind == KynDamage::kUnfinished))
-                return false;
             place(sample);
             // A search behind a sample finds the next header that is intact, so the count
             // holds: only a sample whose header is damaged too could lie in between.
@@ -524,7 +568,9 @@ bool KynSampleScanner::State::walk(KynScannedSample& sample, bool holdTail) {
             pos += 16 + h.length;  // a top-level chunk of another kind, which readers skip
             continue;
         }
-        skipTo(search(pos + 1, inPrologue), pos, "bytes that are no chunk");
+        const int64_t next = search(pos + 1, inPrologue);
+        if (next < 0 && holdTail) return false;  // a chunk still being written
+        skipTo(next, pos, "bytes that are no chunk");
     }
     return false;
 }
