@@ -1,5 +1,6 @@
-// Recovery and checking of damaged caches: files cut at every byte, streams and appends whose
-// writer died, and tables broken while the samples are intact. Every sample wholly written
+// Recovery and checking of damaged caches: files cut at every byte, streams whose writer died,
+// and tables broken while the samples are intact. (Writers killed at every write, appends
+// included, are the crash grid's.) Every sample wholly written
 // before the damage must come back byte for byte at its time, and nothing else.
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -91,36 +92,6 @@ Stream stream(bool nonUniform, int count, int whole) {
         writeHalfSample(file, sams, timeOf(nonUniform, whole));
     else
         EXPECT_TRUE(sams.writeEnd(file));
-    EXPECT_TRUE(file.close());
-    out.bytes = readBytes(path);
-    return out;
-}
-
-// `count` samples in a finished file, then an append of `added` more in place that dies after
-// `whole` of them and half of the next: the metadata already gives the new count, the group
-// reads as length 0, its tables hold zeros for the new samples.
-Stream appendDies(bool nonUniform, int count, int added, int whole) {
-    const std::string path = scratchPath("append.kyn");
-    KynFile file;
-    Stream out;
-    EXPECT_TRUE(file.open(path.c_str(), "w"));
-    writeMeta(file, count, nonUniform, out);
-    out.samsOffset = file.tell(nullptr);
-    KynSAMSChunk first;
-    EXPECT_TRUE(first.writeStart(file, count, 10, nonUniform));
-    writeSamples(file, first, 0, count, nonUniform, out);
-    EXPECT_TRUE(first.writeEnd(file));
-    EXPECT_TRUE(file.close());
-
-    EXPECT_TRUE(file.open(path.c_str(), "r+"));
-    EXPECT_TRUE(file.seek(0, SEEK_SET, true));
-    Stream ignored;
-    writeMeta(file, count + added, nonUniform, ignored);  // same length, new count
-    EXPECT_TRUE(file.seek(out.samsOffset, SEEK_SET, true));
-    KynSAMSChunk grown;
-    EXPECT_TRUE(grown.appendStart(file, added));
-    writeSamples(file, grown, count, count + whole, nonUniform, out);
-    writeHalfSample(file, grown, timeOf(nonUniform, count + whole));
     EXPECT_TRUE(file.close());
     out.bytes = readBytes(path);
     return out;
@@ -245,16 +216,6 @@ TEST_F(Recovery, StreamWhoseWriterDied) {
     ASSERT_EQ(report.dropped.size(), 3u);
     EXPECT_EQ(report.dropped[1].kind, KynDamage::kNoTime);
     EXPECT_EQ(report.dropped[1].offset, file.starts[4]);
-}
-
-TEST_F(Recovery, AppendInPlaceWhoseWriterDied) {
-    const Stream uniform = appendDies(false, 3, 4, 2);
-    for (std::size_t size = std::size_t(uniform.starts[3]); size <= uniform.bytes.size(); ++size)
-        expectRecovers(cut(uniform.bytes, size), uniform, wholeIn(uniform, size),
-                       "cut at " + std::to_string(size));
-    // The new samples of a non-uniform file have no time on disk; the old ones keep theirs.
-    const Stream nonUniform = appendDies(true, 3, 4, 2);
-    expectRecovers(nonUniform.bytes, nonUniform, {0, 1, 2}, "non-uniform");
 }
 
 TEST_F(Recovery, BrokenTablesAroundIntactSamples) {
