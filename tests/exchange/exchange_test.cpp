@@ -404,7 +404,7 @@ TEST(ExchangeObj, SequenceThroughACacheAndBackKeepsEveryValue) {
     }
 }
 
-TEST(ExchangeObj, AFrameWithAnotherVertexCountIsRefused) {
+TEST(ExchangeObj, AFrameWithAnotherVertexCountIsRefusedLeavingTheTargetAsItWas) {
     const std::string first = scratchPath("short_1.obj");
     const std::string stem = first.substr(0, first.size() - 5);
     std::ofstream(first) << "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n";
@@ -415,6 +415,10 @@ TEST(ExchangeObj, AFrameWithAnotherVertexCountIsRefused) {
               std::string::npos)
         << result.error;
     EXPECT_NE(access(cache.c_str(), F_OK), 0);
+    const std::vector<unsigned char> old = {'o', 'l', 'd'};
+    writeBytes(cache, old);
+    EXPECT_FALSE(kynImport(first, cache).ok());
+    EXPECT_EQ(readBytes(cache), old);
 }
 
 TEST(ExchangeObj, EverySampleOfEveryMeshAndPointSet) {

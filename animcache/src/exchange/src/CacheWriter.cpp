@@ -1,7 +1,6 @@
 #include "CacheWriter.h"
 
 #include <cmath>
-#include <cstdio>
 #include <ctime>
 
 #include "ExchangeCommon.h"
@@ -25,12 +24,6 @@ CacheWriter::CacheWriter(const std::string& object, const std::string& source) {
     meta.addDOBJ(object.c_str());
 }
 
-CacheWriter::~CacheWriter() {
-    if (finished || path.empty()) return;
-    file.close();
-    std::remove(path.c_str());
-}
-
 bool CacheWriter::start(const std::string& target, int64_t samples, float firstTime, float rate,
                         std::string& error) {
     meta.numSamples = samples;
@@ -45,8 +38,9 @@ bool CacheWriter::start(const std::string& target, int64_t samples, float firstT
         return false;
     }
     path = target;
-    if (file.open(path.c_str(), "w") && KynDKYNChunk().write(file) && meta.write(file) &&
-        sams.writeStart(file, samples, kSpareSamples, false))
+    replacement = std::make_unique<KynReplacement>(target);
+    if (file.open(replacement->path().c_str(), "w") && KynDKYNChunk().write(file) &&
+        meta.write(file) && sams.writeStart(file, samples, kSpareSamples, false))
         return true;
     error = writeError(path);
     return false;
@@ -68,9 +62,9 @@ bool CacheWriter::sample(const float* xyz, std::size_t vertices, std::string& er
 }
 
 bool CacheWriter::finish(std::string& error) {
-    finished = sams.writeEnd(file) && file.close();
-    if (!finished) error = writeError(path);
-    return finished;
+    if (sams.writeEnd(file) && replacement->commit(file)) return true;
+    error = writeError(path);
+    return false;
 }
 
 }  // namespace exchange

@@ -1,13 +1,17 @@
 // The writer of the caches that imports make: one object, uniform samples, and per sample
 // nothing but the object's float x, y, z positions. The metadata goes out first, then each
-// sample as it comes, so an import holds one sample at a time.
+// sample as it comes, so an import holds one sample at a time. The file is written beside its
+// target and renamed over it when finished: an import that fails or dies leaves the target as
+// it was.
 #ifndef KYN_EXCHANGE_CACHE_WRITER_H
 #define KYN_EXCHANGE_CACHE_WRITER_H
 
+#include <memory>
 #include <string>
 
 #include "KynChunks.h"
 #include "KynFile.h"
+#include "KynReplacement.h"
 
 namespace Kyn {
 namespace exchange {
@@ -16,8 +20,6 @@ class CacheWriter {
   public:
     // `object` names the object; `source` is recorded as the cache's source file.
     CacheWriter(const std::string& object, const std::string& source);
-    // Removes the file unless `finish` succeeded.
-    ~CacheWriter();
     CacheWriter(const CacheWriter&) = delete;
     CacheWriter& operator=(const CacheWriter&) = delete;
 
@@ -33,10 +35,12 @@ class CacheWriter {
 
   private:
     KynMETAChunk meta;
+    std::string path;
+    // Declared before the file, so that the file is closed before the new file is removed
+    // (unless committed).
+    std::unique_ptr<KynReplacement> replacement;
     KynFile file;
     KynSAMSChunk sams;
-    std::string path;
-    bool finished = false;
 };
 
 }  // namespace exchange

@@ -39,6 +39,8 @@ void addImport(CLI::App& program, int& status) {
                         "The object's path in the cache (default: | and the file's name)");
     command->add_flag("--strict", arguments->strict, "Exit 1 when anything in IN was left out");
     command->footer(
+        "OUT is written beside itself and renamed over itself when complete: a failure "
+        "leaves it as it was. "
         "Exit status: 0 written, 1 refused or failed (nothing written; or, with "
         "--strict, something was left out), 2 wrong usage.");
     command->callback([arguments, &status] { status = run(*arguments); });

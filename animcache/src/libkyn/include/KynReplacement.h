@@ -1,7 +1,7 @@
 // KynReplacement: a whole file written beside its target and put in its place only once it is
 // complete and on the disk, so that a crash leaves the old file or the new one, never a cut
-// one. Shared by the safe rewrite of KynRwMemCache, recovery and stitching. Private to the
-// library.
+// one. Shared by the safe rewrite of KynRwMemCache, recovery, stitching and the importers; a
+// host writing a whole file of its own can use it too: write to path(), then commit.
 //
 // The new file is "<target>.partial-<host>-<pid>-<n>", in the target's directory (a rename
 // does not cross filesystems). A process that dies while writing leaves it there; it is never
