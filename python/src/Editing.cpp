@@ -148,7 +148,7 @@ void bindEditing(py::module& m) {
             },
             "Writes the changes to the cache's file: in place, behind the samples that are "
             "there, when the new samples lie behind them and the metadata keeps its length; "
-            "otherwise the whole file afresh.")
+            "otherwise the whole file afresh, beside it, renamed over it once on disk.")
         .def(
             "save_as",
             [](EditableHandle& h, const py::object& path) {
@@ -158,7 +158,9 @@ void bindEditing(py::module& m) {
                 if (!h.rw().saveAs(target.c_str(), &saved, nullptr)) saveFailed(target);
                 h.path = target;
             },
-            py::arg("path"), "Writes the whole cache to `path`, which it belongs to from then on.");
+            py::arg("path"),
+            "Writes the whole cache beside `path` and renames it over `path` once on disk; the "
+            "cache belongs to `path` from then on.");
 }
 
 }  // namespace kynpy

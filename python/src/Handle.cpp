@@ -41,8 +41,8 @@ CacheHandle::CacheHandle(bool editableCache) {
         auto cache = std::make_unique<Kyn::KynRwMemCache>();
         rw = cache.get();
         ro = std::move(cache);
-        // TODO(#16): switch on the safe rewrite here (a new file renamed over the target), once
-        // KynRwMemCache has it.
+        // A save that writes the whole file leaves the old file or the new one if it dies.
+        rw->safeRewrite = true;
     } else {
         ro = std::make_unique<Kyn::KynRoMemCache>();
     }

@@ -1,5 +1,10 @@
-"""Writing: the streaming writer's files, appending to a file in place, writing a file whole,
-a cache built from nothing, and export to another format."""
+"""Writing: the streaming writer's files, appending to a file in place, writing a file whole
+(and dying while at it), a cache built from nothing, and export to another format."""
+
+import resource
+import signal
+import subprocess
+import sys
 
 import numpy as np
 import pytest
@@ -55,6 +60,37 @@ def test_save_appends_in_place(tmp_path):
     with kyn.open(path) as read:
         assert read.num_samples == 5 and read.last_time == 5
         assert read["|m"].positions(sample=4).tolist() == grid(5).tolist()
+
+
+# Changes a sample in the middle, so that the save writes the whole file, in a process that
+# dies (SIGXFSZ) as soon as it writes past `limit` bytes of any file.
+SAVE_AND_DIE = """
+import resource, signal, sys
+import numpy as np
+import kyn
+signal.signal(signal.SIGXFSZ, signal.SIG_DFL)
+limit = int(sys.argv[2])
+resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+cache = kyn.edit(sys.argv[1])
+cache.write_sample(2, {"|m": {"positions": np.full((4, 3), 20, np.float32)}})
+cache.save()
+"""
+
+
+def test_a_save_that_dies_leaves_the_old_file_or_the_new(tmp_path):
+    path = str(tmp_path / "safe.kyn")
+    with kyn.Writer(path, {"|m": QUAD}, samples=3) as w:
+        for frame in (1, 2, 3):
+            w.write_sample({"|m": {"positions": grid(frame)}})
+    old = open(path, "rb").read()
+    for limit in (1, len(old) // 2, len(old) - 1):
+        died = subprocess.run([sys.executable, "-c", SAVE_AND_DIE, path, str(limit)], check=False)
+        assert died.returncode == -signal.SIGXFSZ
+        assert open(path, "rb").read() == old, f"cut at {limit} bytes"
+    subprocess.run([sys.executable, "-c", SAVE_AND_DIE, path, str(resource.RLIM_INFINITY)],
+                   check=True)
+    with kyn.open(path) as read:
+        assert read["|m"].positions(sample=1).tolist() == np.full((4, 3), 20).tolist()
 
 
 def test_a_cache_built_in_memory(tmp_path):
