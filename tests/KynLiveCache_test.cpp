@@ -31,11 +31,7 @@ bool produce(const std::string& path, useconds_t pause) {
     const int64_t metaOffset = file.tell(nullptr);
     KynMETAChunk meta;
     meta.application = "live";
-    meta.numSamples = kSamples;
-    meta.firstTime = timeOf(0);
-    meta.lastTime = timeOf(kSamples - 1);
-    meta.rate = 0.0f;
-    describeEveryKind(meta);
+    describeEveryKind(meta, kSamples, timeOf(0), timeOf(kSamples - 1), true);
     KynSAMSChunk sams;
     sams.commit = KynSAMSChunk::kCommitEachSample;
     if (!meta.write(file) || !sams.followMetadata(meta, metaOffset) ||

@@ -43,11 +43,8 @@ void writeMeta(KynFile& file, int count, bool nonUniform, Stream& out) {
     KynMETAChunk meta;
     meta.application = "test";
     meta.sourceFile = "scene";
-    meta.numSamples = count;
-    meta.firstTime = timeOf(nonUniform, 0);
-    meta.lastTime = timeOf(nonUniform, count - 1);
-    meta.rate = nonUniform ? 0.0f : 1.0f;
-    describeEveryKind(meta);
+    describeEveryKind(meta, count, timeOf(nonUniform, 0), timeOf(nonUniform, count - 1),
+                      nonUniform);
     ASSERT_TRUE(meta.write(file));
     out.metaEnd = file.tell(nullptr);
 }

@@ -169,11 +169,8 @@ void stream(const std::string& path, const Scene& scene, bool nonUniform, int co
     meta.application = "crash grid";
     meta.sourceFile = "scene";
     meta.date = 1400000000;
-    meta.numSamples = count;
-    meta.firstTime = timeOf(nonUniform, 0);
-    meta.lastTime = timeOf(nonUniform, count - 1);
-    meta.rate = nonUniform ? 0.0f : 1.0f;
-    describeEveryKind(meta);
+    describeEveryKind(meta, count, timeOf(nonUniform, 0), timeOf(nonUniform, count - 1),
+                      nonUniform);
     NEED(meta.write(file));
     KynSAMSChunk sams;
     if (commit) {

@@ -33,11 +33,7 @@ Bytes writeFile(bool nonUniform) {
     KynDKYNChunk().write(file);
     KynMETAChunk meta;
     meta.application = "test";
-    meta.numSamples = 3;
-    meta.firstTime = 1.0f;
-    meta.lastTime = nonUniform ? 4.0f : 3.0f;
-    meta.rate = nonUniform ? 0.0f : 1.0f;
-    describeEveryKind(meta);
+    describeEveryKind(meta, 3, 1.0f, nonUniform ? 4.0f : 3.0f, nonUniform);
     EXPECT_TRUE(meta.write(file));
     const float times[3] = {1.0f, 2.0f, 4.0f};
     KynSAMSChunk first;

@@ -43,6 +43,15 @@ void describeEveryKind(KynMETAChunk& meta) {
                                           leaf<double>(kTagBBOX, {0, 0, 0, 1, 1, 1})};
 }
 
+void describeEveryKind(KynMETAChunk& meta, int64_t count, float firstTime, float lastTime,
+                       bool nonUniform) {
+    meta.numSamples = count;
+    meta.firstTime = firstTime;
+    meta.lastTime = lastTime;
+    meta.rate = nonUniform ? 0.0f : 1.0f;
+    describeEveryKind(meta);
+}
+
 void writeEveryKindSample(KynFile& file, KynSAMSChunk& sams, int s, const float* time) {
     ASSERT_TRUE(sams.writeStartSAMPChunk(file, kEveryKindObjects, time));
     KynGroupChunk transform(kTagSOBJ), mesh(kTagSOBJ), curve(kTagSOBJ);
@@ -72,11 +81,8 @@ void writeEveryKindFile(const std::string& path, int first, int count, bool nonU
     ASSERT_TRUE(KynDKYNChunk().write(file));
     KynMETAChunk meta;
     meta.application = "test";
-    meta.numSamples = count;
-    meta.firstTime = everyKindTime(nonUniform, first);
-    meta.lastTime = everyKindTime(nonUniform, first + count - 1);
-    meta.rate = nonUniform ? 0.0f : 1.0f;
-    describeEveryKind(meta);
+    describeEveryKind(meta, count, everyKindTime(nonUniform, first),
+                      everyKindTime(nonUniform, first + count - 1), nonUniform);
     if (adjust) adjust(meta);
     ASSERT_TRUE(meta.write(file));
     KynSAMSChunk sams;

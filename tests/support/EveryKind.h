@@ -17,6 +17,10 @@ constexpr int kEveryKindObjects = 6;
 
 // Adds the six objects, with their static chunks and attribute tables, to `meta`.
 void describeEveryKind(Kyn::KynMETAChunk& meta);
+// The same, after setting the count of samples, the first and last times and the rate (1, or 0
+// when non-uniform).
+void describeEveryKind(Kyn::KynMETAChunk& meta, int64_t count, float firstTime, float lastTime,
+                       bool nonUniform);
 // Writes sample `s` of the scene through `sams`, at `time`.
 void writeEveryKindSample(Kyn::KynFile& file, Kyn::KynSAMSChunk& sams, int s, const float* time);
 
