@@ -62,6 +62,10 @@ struct KynDamage {
 const char* kynDamageName(KynDamage::Kind kind);
 // The kind in words, said of the chunk concerned: "the file ends inside it", ...
 const char* kynDamageText(KynDamage::Kind kind);
+// One finding in a line for people: "sample 3, object 1 |root|mesh at offset 1234: the file is
+// cut short there (DETAIL)", or "the file does not load: WORDS". `paths` holds the object
+// paths of the file, when known (KynCheckReport::paths).
+std::string kynDamageLine(const KynDamage& damage, const std::vector<std::string>& paths);
 
 // A sample as the scanner found it.
 struct KynScannedSample {
@@ -151,6 +155,7 @@ struct KynCheckReport {
     int64_t readableSamples = 0;     // loaded: samples whose every object read; else whole ones
     int64_t recoverableSamples = 0;  // whole samples with a known time: what recovery keeps
     std::vector<KynDamage> damage;   // in file order as far as found; empty for a whole file
+    std::vector<std::string> paths;  // the object paths, as far as the metadata reads
     std::string failure;             // why the check could not run at all (opened false)
 
     bool whole() const { return loaded && damage.empty(); }

@@ -4,6 +4,7 @@
 #include <memory>
 #include <set>
 
+#include "KynFormat.h"
 #include "KynMessages.h"
 #include "KynRecovery.h"
 #include "KynRoMemCache.h"
@@ -11,6 +12,30 @@
 namespace Kyn {
 
 namespace {
+
+// What a chunk of this tag is, in words.
+const char* chunkWords(unsigned tag) {
+    switch (tag) {
+        case kTagDKYN:
+            return "magic chunk";
+        case kTagMETA:
+            return "metadata";
+        case kTagSAMS:
+            return "sample stream";
+        case kTagJSAM:
+            return "sample table";
+        case kTagTIMS:
+            return "time table";
+        case kTagSAMP:
+            return "sample";
+        case kTagJOBJ:
+            return "object table";
+        case kTagSOBJ:
+            return "object";
+        default:
+            return "";
+    }
+}
 
 // Reads every object of every sample of a loaded cache. A sample that fails in all its objects
 // is one finding, and a run of samples that lie beyond the end of the file is one; a sample
@@ -74,6 +99,30 @@ void readEverySample(KynRoMemCache& cache, const std::set<int64_t>& explained,
 
 }  // namespace
 
+std::string kynDamageLine(const KynDamage& damage, const std::vector<std::string>& paths) {
+    if (damage.kind == KynDamage::kLoad) {
+        const std::size_t end = damage.detail.find_last_not_of(' ');
+        return "the file does not load: " + damage.detail.substr(0, end + 1);
+    }
+    // The subject: the sample and object concerned, or the kind of chunk; then where it lies.
+    std::string subject;
+    if (damage.sample >= 0) subject = "sample " + std::to_string(damage.sample);
+    if (damage.object >= 0) {
+        subject += (subject.empty() ? "object " : ", object ") + std::to_string(damage.object);
+        if (std::size_t(damage.object) < paths.size())
+            subject += " " + paths[std::size_t(damage.object)];
+    } else if (damage.tag == kTagJOBJ && !subject.empty()) {
+        subject += ", its object table";
+    }
+    if (subject.empty()) subject = chunkWords(damage.tag);
+    if (damage.offset >= 0)
+        subject += (subject.empty() ? "offset " : " at offset ") + std::to_string(damage.offset);
+    std::string line = subject.empty() ? "" : subject + ": ";
+    line += kynDamageText(damage.kind);
+    if (!damage.detail.empty()) line += " (" + damage.detail + ")";
+    return line;
+}
+
 KynCheckReport checkCache(const char* path, const KynProgress& progress) {
     KynCheckReport report;
     KynSampleScanner scanner;
@@ -85,6 +134,7 @@ KynCheckReport checkCache(const char* path, const KynProgress& progress) {
     report.opened = true;
     report.declaredSamples = scanner.meta.numSamples;
     report.objects = static_cast<int>(scanner.meta.objects.size());
+    for (const KynDOBJChunk* object : scanner.meta.objects) report.paths.push_back(object->name);
     const int64_t size = scanner.fileSize();
 
     // The scan first, so that a sample it explains is not reported twice.
@@ -134,6 +184,9 @@ KynCheckReport checkCache(const char* path, const KynProgress& progress) {
     }
     if (report.loaded) {
         report.objects = static_cast<int>(cache.meta.objects.size());
+        if (!scanned)
+            for (const KynDOBJChunk* object : cache.meta.objects)
+                report.paths.push_back(object->name);
         readEverySample(cache, explained, report, progress, size);
     } else {
         report.readableSamples = whole;

@@ -10,9 +10,8 @@
 
 namespace kyncli {
 
-// "sample 3 (offset 1234), object 1 |root|mesh: the file ends inside it: DETAIL". `names`
-// holds the object paths, when known.
-std::string damageLine(const Kyn::KynDamage& damage, const std::vector<std::string>& names);
+// A finding as JSON, with its line for people (Kyn::kynDamageLine). `names` holds the object
+// paths, when known.
 Json damageJson(const Kyn::KynDamage& damage, const std::vector<std::string>& names);
 
 // Prints up to `limit` lines of findings, indented, and says how many more there are.

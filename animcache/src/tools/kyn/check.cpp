@@ -23,7 +23,7 @@ int run(const std::string& path, bool json) {
         if (json) printJson({{"file", path}, {"whole", false}, {"failure", report.failure}});
         return 2;
     }
-    const std::vector<std::string> names = objectNames(path);
+    const std::vector<std::string>& names = report.paths;
     if (json) {
         Json damage = Json::array();
         for (const Kyn::KynDamage& d : report.damage) damage.push_back(damageJson(d, names));
