@@ -12,6 +12,9 @@ Open a cache with kyn.open(path), find objects by path (cache["|root|mesh"]) or 
 Write one sample at a time with kyn.Writer, or edit a cache in memory with kyn.edit and save
 it (in place, behind the samples that are there, when it can). Every array handed out is
 read-only; arrays of stored samples keep their memory alive whatever happens to the cache.
+
+kyn.check(path) says whether a file is whole, kyn.stitch(out, inputs) joins caches written in
+pieces.
 """
 
 import collections as _collections
@@ -21,10 +24,11 @@ import os as _os
 from . import _channels
 from . import _kyn
 from ._kyn import Cache, EditableCache, Error, Object
+from ._recovery import CheckReport, Damage, StitchError, Stitched, check, stitch
 from ._writer import Writer, default_source_file as _default_source_file
 
-__all__ = ["open", "edit", "export", "ExportResult", "Cache", "EditableCache", "Object", "Node",
-           "Writer", "Error"]
+__all__ = ["open", "edit", "export", "ExportResult", "check", "stitch", "Cache", "EditableCache",
+           "Object", "Node", "Writer", "Error", "StitchError", "CheckReport", "Damage", "Stitched"]
 
 
 def open(path, max_samples=0, *, keep_open=True):

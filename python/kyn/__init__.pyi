@@ -15,6 +15,41 @@ class Error(OSError):
 
 def open(path: _Path, max_samples: int = 0, *, keep_open: bool = True) -> Cache: ...
 def edit(path: _Path | None = None, *, keep_open: bool = True) -> EditableCache: ...
+def check(path: _Path) -> CheckReport: ...
+def stitch(out: _Path, inputs: Sequence[_Path]) -> Stitched: ...
+
+class StitchError(Error):
+    refusal: str
+    file: str | None
+    reason: str
+
+class Damage:
+    kind: str
+    text: str
+    chunk: str | None
+    offset: int | None
+    sample: int | None
+    object: int | None
+    path: str | None
+    detail: str
+
+class CheckReport:
+    path: str
+    whole: bool
+    loaded: bool
+    objects: int
+    declared_samples: int
+    found_samples: int
+    readable_samples: int
+    recoverable_samples: int
+    damage: list[Damage]
+    def __bool__(self) -> bool: ...
+
+class Stitched:
+    path: str
+    order: list[str]
+    samples: int
+    uniform: bool
 
 class ExportResult(NamedTuple):
     files: list[str]

@@ -20,6 +20,7 @@ void bindObject(py::module& m);
 #ifdef KYN_HAVE_EXCHANGE
 void bindExchange(py::module& m);
 #endif
+void bindRecovery(py::module& m);
 
 namespace {
 
@@ -217,4 +218,5 @@ PYBIND11_MODULE(_kyn, m) {
 #ifdef KYN_HAVE_EXCHANGE
     bindExchange(m);
 #endif
+    bindRecovery(m);
 }
