@@ -14,7 +14,7 @@ it (in place, behind the samples that are there, when it can). Every array hande
 read-only; arrays of stored samples keep their memory alive whatever happens to the cache.
 
 kyn.check(path) says whether a file is whole, kyn.stitch(out, inputs) joins caches written in
-pieces.
+pieces; kyn.dask (with Dask installed) reads caches and writes them in pieces on a cluster.
 """
 
 import collections as _collections
