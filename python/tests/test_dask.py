@@ -15,6 +15,9 @@ from distributed import Client, LocalCluster
 import kyn
 import kyn.dask
 
+EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "examples"
+
+
 @pytest.fixture(scope="module")
 def client(tmp_path_factory):
     with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=":0",
@@ -176,6 +179,21 @@ def test_a_file_that_changes_on_disk_fails_the_tasks_that_see_it(client, tmp_pat
         again = kyn.dask.from_cache(path, "|xf|mesh")
         assert np.array_equal(client.compute(again, sync=True),
                               [cache["|xf|mesh"].positions(sample=s) for s in range(5)])
+
+
+def test_the_examples_on_a_running_scheduler(client, tmp_path):
+    out, saved = str(tmp_path / "ripples.kyn"), str(tmp_path / "moved.npy")
+    run = [sys.executable]
+    address = ["--scheduler", client.scheduler.address]
+    subprocess.run(run + [str(EXAMPLES / "farm.py"), out, "--frames", "12", "--pieces", "3",
+                          "--side", "16"] + address, check=True, capture_output=True)
+    printed = subprocess.run(run + [str(EXAMPLES / "displacement.py"), out, "--save", saved]
+                             + address, check=True, capture_output=True, text=True).stdout
+    assert "|pond|water: 256 vertices over 12 samples" in printed
+    with kyn.open(out) as cache:
+        whole = np.stack([cache["|pond|water"].positions(sample=s) for s in range(12)])
+    assert np.array_equal(np.load(saved),
+                          np.sqrt(((whole - whole[0]) ** 2).sum(axis=-1)).max(axis=0))
 
 
 def test_the_package_does_not_need_dask():

@@ -37,10 +37,20 @@ for block in block-*.cpp; do
 done
 
 skipped=0
-# The first program of build/bin that a block names and the build did not make, if any.
+# The first program of build/bin that a block names and the build did not make, if any; or
+# Dask, when a Python program that uses kyn.dask finds none.
 missing_program() {
-    { grep -o '\./build/bin/[A-Za-z0-9_]*' "$1" || true; } | sort -u | while read -r program; do
-        [ -x "$program" ] || { echo "${program#./build/bin/}"; break; }
+    { grep -o '\./build/bin/[A-Za-z0-9_.]*' "$1" || true; } | sort -u | while read -r program; do
+        [ -e "$program" ] || { echo "${program#./build/bin/}"; break; }
+        case $program in
+            *.py)
+                if grep -q 'kyn\.dask' "$program" &&
+                    ! /usr/bin/python3 -c 'import dask.array, distributed' 2>/dev/null; then
+                    echo "Dask (python3-dask, python3-distributed)"
+                    break
+                fi
+                ;;
+        esac
     done
 }
 

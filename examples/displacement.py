@@ -1,0 +1,86 @@
+#!/usr/bin/env python3
+"""displacement.py CACHE [OBJECT] [--save FILE.npy] [--scheduler ADDRESS]: how far each vertex
+of a mesh gets from where it is at the first sample, over all samples, computed on a Dask
+cluster.
+
+The positions come from kyn.dask.from_cache, a lazy array of (samples, vertices, 3) in blocks
+of about 64 MB; each worker reads its own blocks from the file, and only the result (one float
+per vertex) comes back. OBJECT defaults to the first mesh of the cache.
+
+Runs on a LocalCluster of --workers processes (2 by default), or on the scheduler at
+ADDRESS, whose workers must see CACHE at the same path:
+
+    PYTHONPATH=build/python /usr/bin/python3 examples/displacement.py ripples.kyn
+"""
+
+import argparse
+import time
+
+import dask.array as da
+import numpy as np
+
+import kyn
+import kyn.dask
+
+
+def largest_in_block(block, first):
+    """Per vertex, the largest distance from `first` over the samples of one block, as a row.
+    Sample by sample, so that the temporaries are of one sample, not of the whole block."""
+    largest = np.zeros(block.shape[1], block.dtype)
+    for points in block:
+        moved = points - first
+        np.maximum(largest, np.sqrt((moved * moved).sum(axis=-1)), out=largest)
+    return largest[np.newaxis]
+
+
+def largest_displacement(positions):
+    """Per vertex, the largest distance from its first sample over all samples: a dask array
+    of (vertices,), from one of (samples, vertices, 3). Each block gives its own largest, and
+    the blocks' rows are reduced to one."""
+    blocks, vertices = positions.numblocks[0], positions.shape[1]
+    rows = da.map_blocks(largest_in_block, positions, positions[0], drop_axis=2,
+                         chunks=((1,) * blocks, (vertices,)),
+                         meta=np.empty((0, 0), positions.dtype))
+    return rows.max(axis=0)
+
+
+def first_mesh(path):
+    with kyn.open(path) as cache:
+        for obj in cache.objects:
+            if obj.kind == "mesh":
+                return obj.path
+    raise SystemExit(f"{path} holds no mesh: give the object's path")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    parser.add_argument("cache", help="the cache file")
+    parser.add_argument("object", nargs="?", help="the object's path (the first mesh)")
+    parser.add_argument("--save", metavar="FILE", help="save the displacements as a .npy file")
+    parser.add_argument("--scheduler", metavar="ADDRESS", help="a running scheduler to use")
+    parser.add_argument("--workers", type=int, default=2, help="LocalCluster workers (2)")
+    args = parser.parse_args()
+    path = args.object or first_mesh(args.cache)
+
+    from distributed import Client, LocalCluster
+
+    cluster = None
+    if args.scheduler is None:
+        cluster = LocalCluster(n_workers=args.workers, threads_per_worker=1)
+    with Client(args.scheduler or cluster) as client:
+        positions = kyn.dask.from_cache(args.cache, path)
+        start = time.perf_counter()
+        moved = client.compute(largest_displacement(positions)).result()
+        seconds = time.perf_counter() - start
+    if cluster is not None:
+        cluster.close()
+    far = int(np.argmax(moved))
+    print(f"{path}: {positions.shape[1]} vertices over {positions.shape[0]} samples "
+          f"({positions.nbytes / 1e6:.1f} MB) in {seconds:.2f} s; the farthest, vertex {far}, "
+          f"moves {moved[far]:.4g}; on average {moved.mean():.4g}")
+    if args.save:
+        np.save(args.save, moved)
+
+
+if __name__ == "__main__":
+    main()
