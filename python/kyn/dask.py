@@ -47,8 +47,8 @@ SAMPLES_KEPT = 4
 
 
 class FileChangedError(RuntimeError):
-    """A file that changed on disk (another size, modification time or inode) after the array
-    that reads it was made: the tasks that see the change raise this rather than mix samples
+    """A file that changed on disk (another size or modification time) after the array that
+    reads it was made: the tasks that see the change raise this rather than mix samples
     of the old and the new file."""
 
 
@@ -57,9 +57,10 @@ class FileChangedError(RuntimeError):
 
 
 def _identity(path):
-    """What tells one state of a file from another: its size, modification time and inode."""
+    """What tells one state of a file from another: its size and modification time. (Not its
+    inode: machines that share a filesystem may not agree on it.)"""
     status = os.stat(path)
-    return (status.st_size, status.st_mtime_ns, status.st_ino)
+    return (status.st_size, status.st_mtime_ns)
 
 
 def _check_unchanged(path, identity):
