@@ -23,14 +23,32 @@ import kyn
 import kyn.dask
 
 
+class Farthest:
+    """Per vertex, the largest distance from `first` over the points given to `add`. Each
+    sample is worked in two buffers made once, so that a sample costs no allocation: on a
+    worker, whose allocator gives memory back to the system at once, fresh temporaries of a
+    million vertices would cost more than the arithmetic."""
+
+    def __init__(self, first):
+        self.first = first
+        self.largest = np.zeros(len(first), first.dtype)
+        self.moved = np.empty_like(first)
+        self.distance = np.empty_like(self.largest)
+
+    def add(self, points):
+        np.subtract(points, self.first, out=self.moved)
+        np.multiply(self.moved, self.moved, out=self.moved)
+        self.moved.sum(axis=-1, out=self.distance)
+        np.sqrt(self.distance, out=self.distance)
+        np.maximum(self.largest, self.distance, out=self.largest)
+
+
 def largest_in_block(block, first):
-    """Per vertex, the largest distance from `first` over the samples of one block, as a row.
-    Sample by sample, so that the temporaries are of one sample, not of the whole block."""
-    largest = np.zeros(block.shape[1], block.dtype)
+    """Per vertex, the largest distance from `first` over the samples of one block, as a row."""
+    farthest = Farthest(first)
     for points in block:
-        moved = points - first
-        np.maximum(largest, np.sqrt((moved * moved).sum(axis=-1)), out=largest)
-    return largest[np.newaxis]
+        farthest.add(points)
+    return farthest.largest[np.newaxis]
 
 
 def largest_displacement(positions):
