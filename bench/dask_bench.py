@@ -1,0 +1,195 @@
+#!/usr/bin/env python3
+"""kyn.dask on W1 of bench/Workloads.h (one mesh of 1,000,000 vertices, 48 samples of 12 MB),
+run by hand:
+
+    cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release && cmake --build build-release -j2
+    PYTHONPATH=build-release/python /usr/bin/python3 bench/dask_bench.py build-release
+
+- The per-vertex displacement of examples/displacement.py (the largest distance of each vertex
+  from its first sample, over all samples), computed from kyn.dask.from_cache on a LocalCluster
+  of one worker process and of two, one thread each, against the same loop over the samples
+  through the package in this process. Targets: two workers at least 1.6x faster than one; one
+  worker within 1.3x of the loop. The three results must be equal.
+- W1 written in four pieces by kyn.dask.write_in_pieces on the two workers (each piece copies
+  its samples from W1 with kyn.Writer), then the four pieces stitched by kyn.stitch against the
+  system's cat of the same files. Target: within 1.2x of cat. Before each timing the output is
+  removed and sync runs; the pieces are warm in the page cache.
+
+Each figure is the median over the repetitions, each repetition timing every side back to back
+on files warm in the page cache, after one round that is not counted (the workers import the
+package, the allocator warms up). The clusters are started before any timing; a computation's
+time counts from from_cache (which opens the file on the client) to the result in this process.
+"""
+
+import argparse
+import os
+
+# One thread of numpy's own per process: the workers' parallelism is theirs alone.
+for _name in ("OMP_NUM_THREADS", "OPENBLAS_NUM_THREADS", "MKL_NUM_THREADS"):
+    os.environ[_name] = "1"
+
+import shutil  # noqa: E402
+import statistics  # noqa: E402
+import subprocess  # noqa: E402
+import sys  # noqa: E402
+import time  # noqa: E402
+
+import numpy as np  # noqa: E402
+
+import kyn  # noqa: E402
+import kyn.dask  # noqa: E402
+
+# The example's reduction, here and in the workers, which import it by name.
+_examples = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "examples")
+sys.path.insert(0, _examples)
+os.environ["PYTHONPATH"] = os.pathsep.join(filter(None, [_examples,
+                                                         os.environ.get("PYTHONPATH")]))
+from displacement import Farthest, largest_displacement  # noqa: E402
+
+
+def loop(path):
+    """The displacement in this process: sample after sample through the package, each worked
+    as the example's blocks work theirs."""
+    with kyn.open(path, max_samples=2) as cache:
+        mesh = cache["|mesh"]
+        farthest = Farthest(mesh.positions(sample=0))
+        for s in range(cache.num_samples):
+            farthest.add(mesh.positions(sample=s))
+    return farthest.largest
+
+
+def on_cluster(client, path):
+    return client.compute(largest_displacement(kyn.dask.from_cache(path, "|mesh"))).result()
+
+
+class CopyW1:
+    """produce for write_in_pieces: samples first..last of W1, copied with kyn.Writer."""
+
+    def __init__(self, w1):
+        self.w1 = w1
+
+    def __call__(self, first, last, path):
+        with kyn.open(self.w1, max_samples=2) as cache:
+            mesh = cache["|mesh"]
+            counts, indices = mesh.topology()
+            spec = {"|mesh": {"kind": "mesh", "counts": counts, "indices": indices}}
+            with kyn.Writer(path, spec, samples=last - first + 1, first_time=first, rate=1,
+                            application="dask_bench", source_file="w1") as writer:
+                for s in range(first, last + 1):
+                    writer.write_sample({"|mesh": {"positions": mesh.positions(sample=s)}})
+
+
+def timed(body):
+    start = time.perf_counter()
+    result = body()
+    return time.perf_counter() - start, result
+
+
+def cleared(path):
+    if os.path.exists(path):
+        os.remove(path)
+    subprocess.run(["sync"], check=True)
+
+
+def row(name, seconds, baseline="", ratio=None, target="", met=None):
+    """A row of the table; `ratio` is the median of the per-repetition ratios."""
+    shown = "" if ratio is None else f"{ratio:.2f}"
+    verdict = "-" if met is None else "yes" if met else "**no**"
+    print(f"| {name} | {seconds:.3f} s | {baseline} | {shown} | {target} | {verdict} |",
+          flush=True)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    parser.add_argument("build", help="the build directory (with bin/python_baseline)")
+    parser.add_argument("--dir", default="/tmp/kyn-dask-bench", help="where the files go")
+    parser.add_argument("--repetitions", type=int, default=5)
+    parser.add_argument("--keep", action="store_true", help="keep the files for another run")
+    args = parser.parse_args()
+    w1 = os.path.join(args.dir, "w1.kyn")
+    if not os.path.exists(w1):
+        os.makedirs(args.dir, exist_ok=True)
+        print(f"writing the workloads to {args.dir} ...", flush=True)
+        subprocess.run([os.path.join(args.build, "bin", "python_baseline"), "write", args.dir],
+                       check=True)
+        os.remove(os.path.join(args.dir, "w2.kyn"))
+    with open(w1, "rb") as f:  # into the page cache
+        while f.read(1 << 24):
+            pass
+
+    from distributed import Client, LocalCluster
+
+    def cluster(workers):
+        return LocalCluster(n_workers=workers, threads_per_worker=1, dashboard_address=":0",
+                            local_directory=args.dir)
+
+    print(f"load average {os.getloadavg()[0]:.2f}, {os.cpu_count()} cores, Python "
+          f"{sys.version.split()[0]}, numpy {np.__version__}", flush=True)
+    with cluster(1) as one, cluster(2) as two, Client(one) as c1, Client(two) as c2:
+        times = {"loop": [], "one": [], "two": []}
+        for repetition in range(args.repetitions + 1):
+            t_loop, expected = timed(lambda: loop(w1))
+            t_one, got_one = timed(lambda: on_cluster(c1, w1))
+            t_two, got_two = timed(lambda: on_cluster(c2, w1))
+            assert got_one.tobytes() == expected.tobytes() == got_two.tobytes()
+            if repetition:
+                times["loop"].append(t_loop)
+                times["one"].append(t_one)
+                times["two"].append(t_two)
+        loop_s, one_s, two_s = (statistics.median(times[k]) for k in ("loop", "one", "two"))
+        speedup = statistics.median(o / t for o, t in zip(times["one"], times["two"]))
+        slower = statistics.median(o / p for o, p in zip(times["one"], times["loop"]))
+
+        # What one process pays to write a piece and to check it, per sample.
+        single = os.path.join(args.dir, "w1-copy.kyn")
+        cleared(single)
+        t_write, _ = timed(lambda: CopyW1(w1)(0, 47, single))
+        t_check, report = timed(lambda: kyn.check(single))
+        assert report.whole
+        os.remove(single)
+
+        pieces_dir = os.path.join(args.dir, "pieces")
+        out = os.path.join(args.dir, "w1-stitched.kyn")
+        t_pieces, written = timed(lambda: kyn.dask.write_in_pieces(
+            CopyW1(w1), out, 0, 47, 4, client=c2, workdir=pieces_dir, keep_pieces=True))
+        paths = [os.path.join(pieces_dir, f"w1-stitched.{a}-{b}.kyn") for a, b in written.ranges]
+        catted = os.path.join(args.dir, "w1-cat.kyn")
+        stitch_times, cat_times = [], []
+        for repetition in range(args.repetitions + 1):
+            cleared(out)
+            t_stitch, _ = timed(lambda: kyn.stitch(out, paths))
+            cleared(catted)
+            with open(catted, "wb") as target:
+                t_cat, _ = timed(lambda: subprocess.run(["cat", *paths], stdout=target,
+                                                        check=True))
+            if repetition:
+                stitch_times.append(t_stitch)
+                cat_times.append(t_cat)
+        piece_bytes = sum(os.path.getsize(p) for p in paths)
+        with kyn.open(out) as joined, kyn.open(w1) as whole:
+            assert joined.num_samples == whole.num_samples
+            assert all(np.array_equal(joined["|mesh"].positions(sample=s),
+                                      whole["|mesh"].positions(sample=s))
+                       for s in range(whole.num_samples))
+    stitch_s, cat_s = statistics.median(stitch_times), statistics.median(cat_times)
+    stitch_ratio = statistics.median(s / c for s, c in zip(stitch_times, cat_times))
+
+    print("| Figure | kyn | Baseline | Ratio | Target | Met |")
+    print("|---|---|---|---|---|---|")
+    row("Displacement, the loop over the samples in one process", loop_s)
+    row("Displacement on one worker", one_s, f"{loop_s:.3f} s the loop", slower,
+        "<= 1.3x the loop's time", slower <= 1.3)
+    row("Displacement on two workers", two_s, f"{one_s:.3f} s one worker", speedup,
+        ">= 1.6x faster than one", speedup >= 1.6)
+    row("W1 copied with kyn.Writer in one process (48 samples)", t_write)
+    row("kyn.check of that copy", t_check)
+    row("W1 in 4 pieces on two workers (copy, check each), then stitched", t_pieces)
+    row(f"Stitch of the 4 pieces ({piece_bytes / 1e6:.0f} MB)", stitch_s,
+        f"{cat_s:.3f} s cat", stitch_ratio, "<= 1.2x cat's time", stitch_ratio <= 1.2)
+    print(f"load average {os.getloadavg()[0]:.2f}")
+    if not args.keep:
+        shutil.rmtree(args.dir)
+
+
+if __name__ == "__main__":
+    main()
