@@ -72,8 +72,8 @@ class CopyW1:
         with kyn.open(self.w1, max_samples=2) as cache:
             mesh = cache["|mesh"]
             counts, indices = mesh.topology()
-            spec = {"|mesh": {"kind": "mesh", "counts": counts, "indices": indices}}
-            with kyn.Writer(path, spec, samples=last - first + 1, first_time=first, rate=1,
+            declaration = {"|mesh": {"kind": "mesh", "counts": counts, "indices": indices}}
+            with kyn.Writer(path, declaration, samples=last - first + 1, first_time=first, rate=1,
                             application="dask_bench", source_file="w1") as writer:
                 for s in range(first, last + 1):
                     writer.write_sample({"|mesh": {"positions": mesh.positions(sample=s)}})

@@ -128,9 +128,9 @@ def _is_animated(self, channel):
     return self._is_animated(_channels.tag_value(_channels.channel_tag(channel)))
 
 
-def _add_object(self, path, spec=None):
+def _add_object(self, path, declaration=None):
     """Adds an object, declared as for kyn.Writer, and returns it."""
-    index = self._add_object(*_channels.describe(path, spec, f"add_object({path!r})"))
+    index = self._add_object(*_channels.describe(path, declaration, f"add_object({path!r})"))
     return self.objects[index]
 
 

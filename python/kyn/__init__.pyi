@@ -8,7 +8,7 @@ import numpy.typing as npt
 
 _Path = Union[str, os.PathLike[str]]
 _Key = Union[str, int, "Object"]
-_Spec = Union[None, str, Mapping[str, Any]]
+_Declaration = Union[None, str, Mapping[str, Any]]
 
 class Error(OSError):
     """A cache file that does not load, or cannot be written."""
@@ -106,7 +106,7 @@ class EditableCache(Cache):
     source_file: str  # type: ignore[misc]
     @property
     def modified(self) -> bool: ...
-    def add_object(self, path: str, spec: _Spec = None) -> Object: ...
+    def add_object(self, path: str, declaration: _Declaration = None) -> Object: ...
     def write_sample(self, time: float, data: Mapping[_Key, Mapping[str, Any]]) -> None: ...
     def rename(self, obj: _Key, path: str) -> None: ...
     def truncate(self, time: float) -> None: ...
@@ -177,7 +177,7 @@ class Node:
     def __iter__(self) -> Iterator[Node]: ...
 
 class Writer:
-    def __init__(self, path: _Path, objects: Mapping[str, _Spec] | Sequence[Any], *,
+    def __init__(self, path: _Path, objects: Mapping[str, _Declaration] | Sequence[Any], *,
                  samples: int | None = None, first_time: float = 1.0, rate: float = 1.0,
                  times: Sequence[float] | None = None, application: str = "kyn",
                  source_file: str | None = None, reserve: int | None = None,

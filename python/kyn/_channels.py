@@ -149,18 +149,18 @@ def attribute_chunk(value, where):
     return ("ATTR", np.ascontiguousarray(array).reshape(-1), 0, dimension), label
 
 
-def describe(path, spec, where):
-    """An object's declaration as the binding takes it: (path, static chunks, static
-    attributes, animated attribute declarations). `spec` is None, a kind name, or a dict with
-    "kind", channels, "attributes" (name: value) and "animated_attributes" (names)."""
+def describe(path, declaration, where):
+    """An object's declaration as the binding takes it: (path, static chunks, static attributes,
+    animated attribute declarations). `declaration` is None, a kind name, or a dict with "kind",
+    channels, "attributes" (name: value) and "animated_attributes" (names)."""
     if not isinstance(path, str) or not path:
         raise TypeError(f"{where}: an object's path must be a non-empty str, not {path!r}")
-    if spec is None or isinstance(spec, str):
-        spec = {"kind": spec}
-    if not isinstance(spec, dict):
-        raise TypeError(f"{where} must be a kind name or a dict, not {type(spec).__name__}")
-    spec = dict(spec)
-    kind = spec.pop("kind", None)
+    if declaration is None or isinstance(declaration, str):
+        declaration = {"kind": declaration}
+    if not isinstance(declaration, dict):
+        raise TypeError(f"{where} must be a kind name or a dict, not {type(declaration).__name__}")
+    declaration = dict(declaration)
+    kind = declaration.pop("kind", None)
     chunks = []
     if kind is not None:
         if kind not in KINDS:
@@ -168,11 +168,11 @@ def describe(path, spec, where):
         if KINDS[kind]:
             chunks.append((KINDS[kind], np.zeros(0, np.int32), 0, 0))
     fixed = []
-    for name, value in spec.pop("attributes", {}).items():
+    for name, value in declaration.pop("attributes", {}).items():
         value_chunk, label = attribute_chunk(value, f"{where}['attributes'][{name!r}]")
         fixed.append((name, label, value_chunk))
-    animated = [(name, "", None) for name in spec.pop("animated_attributes", ())]
-    for channel, value in spec.items():
+    animated = [(name, "", None) for name in declaration.pop("animated_attributes", ())]
+    for channel, value in declaration.items():
         chunks.append(chunk(channel, value, f"{where}[{channel!r}]"))
     return (path, chunks, fixed, animated)
 

@@ -23,87 +23,88 @@ unsigned char typeOf(const py::array& array) {
 }
 
 template <class T>
-Kyn::KynChunk* leafOf(const ChunkSpec& spec) {
-    const T* first = static_cast<const T*>(spec.array.data());
-    return new Kyn::KynLeafChunk<T>(spec.tag, spec.compound, spec.dimension,
-                                    std::vector<T>(first, first + spec.array.size()));
+Kyn::KynChunk* leafOf(const LeafData& leaf) {
+    const T* first = static_cast<const T*>(leaf.array.data());
+    return new Kyn::KynLeafChunk<T>(leaf.tag, leaf.compound, leaf.dimension,
+                                    std::vector<T>(first, first + leaf.array.size()));
 }
 
 }  // namespace
 
-ChunkSpec chunkSpec(const py::handle& item) {
+LeafData leafData(const py::handle& item) {
     const py::tuple fields = py::reinterpret_borrow<py::tuple>(item);
-    ChunkSpec spec;
-    spec.tag = tagOf(py::cast<std::string>(fields[0]));
-    spec.compound = py::cast<unsigned char>(fields[2]);
-    spec.dimension = py::cast<unsigned char>(fields[3]);
+    LeafData leaf;
+    leaf.tag = tagOf(py::cast<std::string>(fields[0]));
+    leaf.compound = py::cast<unsigned char>(fields[2]);
+    leaf.dimension = py::cast<unsigned char>(fields[3]);
     if (py::isinstance<py::list>(fields[1])) {
-        spec.type = Kyn::kTypeCstr;
-        spec.strings = py::cast<std::vector<std::string>>(fields[1]);
-        return spec;
+        leaf.type = Kyn::kTypeCstr;
+        leaf.strings = py::cast<std::vector<std::string>>(fields[1]);
+        return leaf;
     }
-    spec.array = py::reinterpret_borrow<py::array>(fields[1]);
-    if (!(spec.array.flags() & py::array::c_style))
+    leaf.array = py::reinterpret_borrow<py::array>(fields[1]);
+    if (!(leaf.array.flags() & py::array::c_style))
         throw py::value_error("values must be C-contiguous");
-    spec.type = typeOf(spec.array);
-    return spec;
+    leaf.type = typeOf(leaf.array);
+    return leaf;
 }
 
-std::vector<ChunkSpec> chunkSpecs(const py::handle& items) {
-    std::vector<ChunkSpec> specs;
-    for (const py::handle item : items) specs.push_back(chunkSpec(item));
-    return specs;
+std::vector<LeafData> leafDataList(const py::handle& items) {
+    std::vector<LeafData> list;
+    for (const py::handle item : items) list.push_back(leafData(item));
+    return list;
 }
 
-std::vector<AttributeSpec> attributeSpecs(const py::handle& items) {
-    std::vector<AttributeSpec> specs;
+std::vector<AttributeData> attributeDataList(const py::handle& items) {
+    std::vector<AttributeData> list;
     for (const py::handle item : items) {
         const py::tuple fields = py::reinterpret_borrow<py::tuple>(item);
-        AttributeSpec spec{py::cast<std::string>(fields[0]), py::cast<std::string>(fields[1]), {}};
-        if (!fields[2].is_none()) spec.value = chunkSpec(fields[2]);
-        specs.push_back(std::move(spec));
+        AttributeData attribute{
+            py::cast<std::string>(fields[0]), py::cast<std::string>(fields[1]), {}};
+        if (!fields[2].is_none()) attribute.value = leafData(fields[2]);
+        list.push_back(std::move(attribute));
     }
-    return specs;
+    return list;
 }
 
-Kyn::KynChunk* newLeaf(const ChunkSpec& spec) {
-    switch (spec.type) {
+Kyn::KynChunk* newLeaf(const LeafData& leaf) {
+    switch (leaf.type) {
         case Kyn::kTypeInt32:
-            return leafOf<int>(spec);
+            return leafOf<int>(leaf);
         case Kyn::kTypeInt64:
-            return leafOf<long>(spec);
+            return leafOf<long>(leaf);
         case Kyn::kTypeFloat:
-            return leafOf<float>(spec);
+            return leafOf<float>(leaf);
         case Kyn::kTypeDouble:
-            return leafOf<double>(spec);
+            return leafOf<double>(leaf);
         default:
-            return new Kyn::KynLeafChunk<std::string>(spec.tag, spec.compound, spec.dimension,
-                                                      spec.strings);
+            return new Kyn::KynLeafChunk<std::string>(leaf.tag, leaf.compound, leaf.dimension,
+                                                      leaf.strings);
     }
 }
 
-bool writeLeaf(Kyn::KynFile& file, const ChunkSpec& spec) {
-    if (spec.type == Kyn::kTypeCstr)
-        return file.writeChunk(spec.tag, spec.strings, -1, spec.compound, spec.dimension);
+bool writeLeaf(Kyn::KynFile& file, const LeafData& leaf) {
+    if (leaf.type == Kyn::kTypeCstr)
+        return file.writeChunk(leaf.tag, leaf.strings, -1, leaf.compound, leaf.dimension);
     Kyn::KynHeader header;
-    header.tag = spec.tag;
-    header.type = spec.type;
-    header.compound = spec.compound;
-    header.dimension = spec.dimension;
-    header.length = static_cast<int64_t>(spec.array.nbytes());
-    return file.writeChunk(header, header.length ? spec.array.data() : nullptr, -1);
+    header.tag = leaf.tag;
+    header.type = leaf.type;
+    header.compound = leaf.compound;
+    header.dimension = leaf.dimension;
+    header.length = static_cast<int64_t>(leaf.array.nbytes());
+    return file.writeChunk(header, header.length ? leaf.array.data() : nullptr, -1);
 }
 
-void describeObject(Kyn::KynDOBJChunk& object, const std::vector<ChunkSpec>& chunks,
-                    const std::vector<AttributeSpec>& fixed,
-                    const std::vector<AttributeSpec>& animated) {
-    for (const ChunkSpec& chunk : chunks) object.children.push_back(newLeaf(chunk));
+void describeObject(Kyn::KynDOBJChunk& object, const std::vector<LeafData>& chunks,
+                    const std::vector<AttributeData>& fixed,
+                    const std::vector<AttributeData>& animated) {
+    for (const LeafData& chunk : chunks) object.children.push_back(newLeaf(chunk));
     if (fixed.empty() && animated.empty()) return;
     if (object.datr == nullptr) object.datr = new Kyn::KynDATRChunk();
-    for (const AttributeSpec& attribute : animated)
+    for (const AttributeData& attribute : animated)
         object.datr->addAttr(true, attribute.name, attribute.label, Kyn::kTypeUndef, 0, 0);
-    for (const AttributeSpec& attribute : fixed) {
-        const ChunkSpec& value = attribute.value;
+    for (const AttributeData& attribute : fixed) {
+        const LeafData& value = attribute.value;
         object.datr->addAttr(false, attribute.name, attribute.label, value.type, value.compound,
                              value.dimension);
         // The table appended an empty leaf of the value's type; the value takes its place.

@@ -18,7 +18,7 @@ namespace kynpy {
 
 namespace py = pybind11;
 
-struct ChunkSpec {
+struct LeafData {
     unsigned tag = 0;
     unsigned char type = Kyn::kTypeUndef;
     unsigned char compound = 0;
@@ -28,25 +28,25 @@ struct ChunkSpec {
 };
 
 // An attribute: its name, its free-text type label and, for a static one, its value.
-struct AttributeSpec {
+struct AttributeData {
     std::string name;
     std::string label;
-    ChunkSpec value;
+    LeafData value;
 };
 
-ChunkSpec chunkSpec(const py::handle& item);
-std::vector<ChunkSpec> chunkSpecs(const py::handle& items);
+LeafData leafData(const py::handle& item);
+std::vector<LeafData> leafDataList(const py::handle& items);
 // (name, label, value) tuples; the value is a chunk tuple, or None for a declaration alone.
-std::vector<AttributeSpec> attributeSpecs(const py::handle& items);
+std::vector<AttributeData> attributeDataList(const py::handle& items);
 
 // A new leaf that holds a copy of the value.
-Kyn::KynChunk* newLeaf(const ChunkSpec& spec);
+Kyn::KynChunk* newLeaf(const LeafData& leaf);
 // Writes the chunk straight from the array's memory (or the strings) at the current position.
-bool writeLeaf(Kyn::KynFile& file, const ChunkSpec& spec);
+bool writeLeaf(Kyn::KynFile& file, const LeafData& leaf);
 // Adds the static chunks and attributes, and the animated attributes' names, to an object.
-void describeObject(Kyn::KynDOBJChunk& object, const std::vector<ChunkSpec>& chunks,
-                    const std::vector<AttributeSpec>& fixed,
-                    const std::vector<AttributeSpec>& animated);
+void describeObject(Kyn::KynDOBJChunk& object, const std::vector<LeafData>& chunks,
+                    const std::vector<AttributeData>& fixed,
+                    const std::vector<AttributeData>& animated);
 
 }  // namespace kynpy
 

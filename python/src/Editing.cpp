@@ -52,7 +52,7 @@ void setAttributes(Kyn::KynRoMemCache& cache, const ObjectRef& object, Kyn::KynG
         const auto position = std::size_t(table->getAnimatedDataIndex(index));
         while (group->children.size() <= position)
             group->children.push_back(new Kyn::KynLeafChunk<char>(Kyn::kTagATTR));
-        Kyn::KynChunk* leaf = newLeaf(chunkSpec(fields[1]));
+        Kyn::KynChunk* leaf = newLeaf(leafData(fields[1]));
         cache.releaseChunk(group->children[position], &sample);
         group->children[position] = leaf;
     }
@@ -103,8 +103,8 @@ void bindEditing(py::module& m) {
                  h.checkOpen();
                  const int index = h.objectCount();
                  h.rw().setName(index, path.c_str());
-                 describeObject(*h.rw().meta.objects.back(), chunkSpecs(chunks),
-                                attributeSpecs(fixed), attributeSpecs(animated));
+                 describeObject(*h.rw().meta.objects.back(), leafDataList(chunks),
+                                attributeDataList(fixed), attributeDataList(animated));
                  h.namesChanged();
                  return index;
              })
@@ -117,8 +117,8 @@ void bindEditing(py::module& m) {
                      if (object.index < 0 || object.index >= h->objectCount())
                          throw py::index_error("object index out of range");
                      Kyn::KynGroupChunk& sample = *h->rw().allocSample(time, object.index);
-                     for (const ChunkSpec& spec : chunkSpecs(fields[1]))
-                         replaceChild(h->rw(), sample, sample, newLeaf(spec));
+                     for (const LeafData& leaf : leafDataList(fields[1]))
+                         replaceChild(h->rw(), sample, sample, newLeaf(leaf));
                      if (!fields[2].is_none())
                          setAttributes(h->rw(), object, sample,
                                        py::reinterpret_borrow<py::list>(fields[2]));

@@ -16,8 +16,8 @@ struct OwnedMeta {
 
 // The chunks of one object in one sample.
 struct ObjectSample {
-    std::vector<ChunkSpec> chunks;
-    std::vector<ChunkSpec> attributes;
+    std::vector<LeafData> chunks;
+    std::vector<LeafData> attributes;
     bool hasAttributes = false;
 };
 
@@ -45,8 +45,8 @@ StreamWriter::StreamWriter(const std::string& pathArg, const py::list& objects, 
     for (const py::handle item : objects) {
         const py::tuple fields = py::reinterpret_borrow<py::tuple>(item);
         Kyn::KynDOBJChunk* object = meta.addDOBJ(py::cast<std::string>(fields[0]).c_str());
-        describeObject(*object, chunkSpecs(fields[1]), attributeSpecs(fields[2]),
-                       attributeSpecs(fields[3]));
+        describeObject(*object, leafDataList(fields[1]), attributeDataList(fields[2]),
+                       attributeDataList(fields[3]));
     }
     const bool ok = file.open(path.c_str(), "w") && Kyn::KynDKYNChunk().write(file) &&
                     meta.write(file) && sams.writeStart(file, count, reserve, !times.empty());
@@ -78,20 +78,20 @@ void StreamWriter::writeSample(const py::object& time, const py::list& objects) 
         const py::tuple fields = py::reinterpret_borrow<py::tuple>(item);
         const std::size_t index = py::cast<std::size_t>(fields[0]);
         if (index >= numObjects) throw py::index_error("object index out of range");
-        given[index].chunks = chunkSpecs(fields[1]);
+        given[index].chunks = leafDataList(fields[1]);
         given[index].hasAttributes = !fields[2].is_none();
-        if (given[index].hasAttributes) given[index].attributes = chunkSpecs(fields[2]);
+        if (given[index].hasAttributes) given[index].attributes = leafDataList(fields[2]);
     }
     bool ok = sams.writeStartSAMPChunk(file, int64_t(numObjects), &sampleTime);
     for (std::size_t o = 0; ok && o < numObjects; ++o) {
         ok = sams.writeStartSOBJChunk(file);
-        for (const ChunkSpec& chunk : given[o].chunks) ok = ok && writeLeaf(file, chunk);
+        for (const LeafData& chunk : given[o].chunks) ok = ok && writeLeaf(file, chunk);
         if (ok && given[o].hasAttributes) {
             Kyn::KynHeader group;
             group.tag = Kyn::kTagATRS;
             group.type = Kyn::kTypeGroup;
             ok = file.startGroup(group);
-            for (const ChunkSpec& value : given[o].attributes) ok = ok && writeLeaf(file, value);
+            for (const LeafData& value : given[o].attributes) ok = ok && writeLeaf(file, value);
             ok = ok && file.endGroup();
         }
         ok = ok && sams.writeEndSOBJChunk(file);
