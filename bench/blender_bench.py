@@ -14,11 +14,9 @@ file in the other, and Blender's evaluation of the mesh in both. The live handle
 alone. The figures are medians over the repetitions; both scenes must end showing what the
 package evaluates. Target: live within 1.5x of the modifier."""
 
-import argparse
 import os
 import shutil
 import statistics
-import subprocess
 import sys
 import time
 import types
@@ -26,14 +24,9 @@ import types
 import bpy
 import numpy as np
 
-
-def arguments():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    parser.add_argument("build", help="the build directory")
-    parser.add_argument("--dir", default="/tmp/kyn-blender-bench", help="where the files go")
-    parser.add_argument("--repetitions", type=int, default=5)
-    parser.add_argument("--keep", action="store_true", help="keep the files for another run")
-    return parser.parse_args(sys.argv[sys.argv.index("--") + 1:])
+# Blender does not put a script's folder on the path.
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import bench_files  # noqa: E402
 
 
 def import_into(build, scene, path, playback):
@@ -73,19 +66,14 @@ def evaluated_positions(scene):
 
 
 def main():
-    args = arguments()
+    args = bench_files.arguments(__doc__.split("\n\n")[0], "/tmp/kyn-blender-bench",
+                                 sys.argv[sys.argv.index("--") + 1:])
     sys.path.insert(0, os.path.join(args.build, "share", "kyn", "blender"))
     import io_scene_kyn
     from io_scene_kyn import build, playback
 
     io_scene_kyn.register()
-    w1 = os.path.join(args.dir, "w1.kyn")
-    if not os.path.exists(w1):
-        os.makedirs(args.dir, exist_ok=True)
-        print(f"writing W1 to {args.dir} ...", flush=True)
-        subprocess.run([os.path.join(args.build, "bin", "python_baseline"), "write", args.dir],
-                       check=True)
-        os.remove(os.path.join(args.dir, "w2.kyn"))
+    (w1,) = bench_files.workloads(args.build, args.dir, ("w1",))
     scenes = {mode: bpy.data.scenes.new(mode) for mode in ("LIVE", "MESH_CACHE")}
     for mode, scene in scenes.items():
         print(f"import, {mode}: {import_into(build, scene, w1, mode):.2f} s", flush=True)

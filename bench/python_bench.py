@@ -18,7 +18,6 @@ on files warm in the page cache, the loads left out; the figures are medians ove
 repetitions of each side's time and of their ratio.
 """
 
-import argparse
 import os
 import shutil
 import statistics
@@ -27,6 +26,8 @@ import sys
 import time
 
 import kyn
+
+import bench_files
 
 W2_MESHES = 10000
 W2_SAMPLE = 12
@@ -73,22 +74,9 @@ def measure(name, repetitions, run_cpp, run_python, target):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    parser.add_argument("build", help="the build directory (with bin/python_baseline)")
-    parser.add_argument("--dir", default="/tmp/kyn-python-bench", help="where the files go")
-    parser.add_argument("--repetitions", type=int, default=5)
-    parser.add_argument("--keep", action="store_true", help="keep the files for another run")
-    args = parser.parse_args()
+    args = bench_files.arguments(__doc__.split("\n\n")[0], "/tmp/kyn-python-bench")
     baseline = os.path.join(args.build, "bin", "python_baseline")
-    w1, w2 = os.path.join(args.dir, "w1.kyn"), os.path.join(args.dir, "w2.kyn")
-    if not (os.path.exists(w1) and os.path.exists(w2)):
-        os.makedirs(args.dir, exist_ok=True)
-        print(f"writing the workloads to {args.dir} ...", flush=True)
-        subprocess.run([baseline, "write", args.dir], check=True)
-    for path in (w1, w2):  # into the page cache
-        with open(path, "rb") as f:
-            while f.read(1 << 24):
-                pass
+    w1, w2 = bench_files.workloads(args.build, args.dir)
     names = [f"|xf_{k:05d}|mesh" for k in range(W2_MESHES)]
     print(f"load average {os.getloadavg()[0]:.2f}, {os.cpu_count()} cores, Python "
           f"{sys.version.split()[0]}")
