@@ -71,6 +71,15 @@ void checkSavable(EditableHandle& handle) {
                    "has room; the cache in memory is unchanged, so the save can be repeated");
 }
 
+// The setter of a text of the file's metadata: marks the cache modified.
+auto setMetaText(std::string Kyn::KynMETAChunk::*field) {
+    return [field](EditableHandle& h, const std::string& value) {
+        h.checkOpen();
+        h.rw().meta.*field = value;
+        h.rw().modified = true;
+    };
+}
+
 }  // namespace
 
 void bindEditing(py::module& m) {
@@ -84,18 +93,10 @@ void bindEditing(py::module& m) {
              py::arg("path") = py::none(), py::arg("keep_open") = true)
         .def_property(
             "application", [](EditableHandle& h) { return h.rw().meta.application; },
-            [](EditableHandle& h, const std::string& value) {
-                h.checkOpen();
-                h.rw().meta.application = value;
-                h.rw().modified = true;
-            })
+            setMetaText(&Kyn::KynMETAChunk::application))
         .def_property(
             "source_file", [](EditableHandle& h) { return h.rw().meta.sourceFile; },
-            [](EditableHandle& h, const std::string& value) {
-                h.checkOpen();
-                h.rw().meta.sourceFile = value;
-                h.rw().modified = true;
-            })
+            setMetaText(&Kyn::KynMETAChunk::sourceFile))
         .def_property_readonly("modified", [](EditableHandle& h) { return h.rw().modified; })
         .def("_add_object",
              [](EditableHandle& h, const std::string& path, const py::list& chunks,

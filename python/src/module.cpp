@@ -31,6 +31,15 @@ py::tuple treeOf(const Kyn::KynHierarchyNode& node) {
     return py::make_tuple(node.name, node.objectIndex, children);
 }
 
+// A read-only property of the file's metadata, for an open cache.
+template <class T>
+auto metaField(T Kyn::KynMETAChunk::*field) {
+    return [field](CacheHandle& h) {
+        h.checkOpen();
+        return h.cache().meta.*field;
+    };
+}
+
 py::object dateOf(int64_t seconds) {
     if (seconds == 0) return py::none();
     const py::module datetime = py::module::import("datetime");
@@ -64,16 +73,8 @@ void bindCache(py::module& m) {
             "stay valid.")
         .def("__enter__", [](const HandlePtr& h) { return h; })
         .def("__exit__", [](CacheHandle& h, py::args) { h.close(); })
-        .def_property_readonly("application",
-                               [](CacheHandle& h) {
-                                   h.checkOpen();
-                                   return h.cache().meta.application;
-                               })
-        .def_property_readonly("source_file",
-                               [](CacheHandle& h) {
-                                   h.checkOpen();
-                                   return h.cache().meta.sourceFile;
-                               })
+        .def_property_readonly("application", metaField(&Kyn::KynMETAChunk::application))
+        .def_property_readonly("source_file", metaField(&Kyn::KynMETAChunk::sourceFile))
         .def_property_readonly(
             "date",
             [](CacheHandle& h) {
@@ -81,35 +82,18 @@ void bindCache(py::module& m) {
                 return dateOf(h.cache().meta.date);
             },
             "When the file was written, a datetime in UTC, or None.")
-        .def_property_readonly("first_time",
-                               [](CacheHandle& h) {
-                                   h.checkOpen();
-                                   return h.cache().meta.firstTime;
-                               })
-        .def_property_readonly("last_time",
-                               [](CacheHandle& h) {
-                                   h.checkOpen();
-                                   return h.cache().meta.lastTime;
-                               })
+        .def_property_readonly("first_time", metaField(&Kyn::KynMETAChunk::firstTime))
+        .def_property_readonly("last_time", metaField(&Kyn::KynMETAChunk::lastTime))
         .def_property_readonly(
-            "rate",
-            [](CacheHandle& h) {
-                h.checkOpen();
-                return h.cache().meta.rate;
-            },
+            "rate", metaField(&Kyn::KynMETAChunk::rate),
             "Samples per frame; 0 for a file whose samples stand at times of their own.")
         .def_property_readonly("num_samples",
                                [](CacheHandle& h) {
                                    h.checkOpen();
                                    return h.sampleCount();
                                })
-        .def_property_readonly(
-            "space",
-            [](CacheHandle& h) {
-                h.checkOpen();
-                return h.cache().meta.space;
-            },
-            "0 world space, 1 object space.")
+        .def_property_readonly("space", metaField(&Kyn::KynMETAChunk::space),
+                               "0 world space, 1 object space.")
         .def_property_readonly(
             "times",
             [](CacheHandle& h) {
