@@ -35,7 +35,7 @@ def open(path, max_samples=0, *, keep_open=True):
     """Opens a cache file for reading.
 
     max_samples bounds how many samples stay in memory (least recently used out first; 0, the
-    default, keeps all that were read). keep_open=False closes the file between reads.
+    default, keeps all that were read); a sample that an array still views counts but stays. keep_open=False closes the file between reads.
     Raises FileNotFoundError, or kyn.Error with the library's reason when the file does not
     load."""
     return Cache._open(_os.fspath(path), int(max_samples), bool(keep_open))

@@ -112,7 +112,7 @@ void bindCache(py::module& m) {
                 h.cache().setMaxSamples(bound);
             },
             "How many samples the cache keeps in memory, least recently used out first; 0 for "
-            "no bound. Samples that arrays still view are kept besides.")
+            "no bound. Samples that arrays still view count but stay.")
         .def_property_readonly(
             "objects",
             [](const HandlePtr& h) {

@@ -85,9 +85,9 @@ class KynRoMemCache : public KynCache {
     // past the next call that could free it pins the group that holds it: the object's "SOBJ"
     // in that sample, or the object's "DOBJ" for static data. Each pin is released by one
     // `unpin`, in any order and at any time while the cache exists. While a group is pinned:
-    // - its sample is held besides the bound: it is never evicted and does not count against
-    //   `maxSamples`, so that the last `maxSamples` unpinned samples read stay in memory as
-    //   always, and the recency list may hold more samples while pins last;
+    // - its sample is never evicted, and counts against `maxSamples` as any held sample does:
+    //   a read evicts the least recently used unpinned samples, and when pinned samples fill the
+    //   bound the recency list holds them and the sample just read;
     // - deleteSample, deleteAllSamples, reset, load (which resets) and the edits of a
     //   read-write cache that delete samples take the group out of `samples` or `meta` as
     //   always, so that the next read reads the object afresh, but do not free it: it lives on,
@@ -121,7 +121,6 @@ class KynRoMemCache : public KynCache {
   private:
     void touchRecent(int sampleIndex, int objectIndex, KynGroupChunk*& donor);
     std::list<int>::iterator evictionCandidate();
-    int64_t boundedCount() const;
     void releaseGroup(KynGroupChunk* group);
     void retirePinnedObjects();
     void freePins();

@@ -46,9 +46,12 @@ class PickedSamples {
 
   private:
     // A read-only cache with a bound keeps the last `maxSamples` samples touched (a negative
-    // bound keeps one), so `count` samples all survive only when the bound is at least `count`.
+    // bound keeps one), pinned samples among them, so `count` samples all survive only when the
+    // bound is at least `count` plus the pinned samples, of which there are at most as many as
+    // pinned groups.
     static bool mayEvict(const KynRoMemCache& cache, int count) {
-        return cache.rwMode == 0 && cache.maxSamples != 0 && cache.maxSamples < count;
+        return cache.rwMode == 0 && cache.maxSamples != 0 &&
+               int64_t(cache.maxSamples) < int64_t(count) + int64_t(cache.pins.size());
     }
 
     std::vector<std::vector<S>> copies;  // sized once, so their addresses stay put

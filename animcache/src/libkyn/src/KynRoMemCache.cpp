@@ -55,12 +55,12 @@ KynGroupChunk*& KynRoMemCache::sampleSlot(int sampleIndex, int objectIndex) {
 }
 
 // Moves a sample to the front of the recency list, first evicting the least recently used
-// samples until there is room for it under the bound; pinned samples are neither evicted nor
-// counted. The first evicted group of `objectIndex` goes to `donor` instead of being deleted.
+// samples until there is room for it under the bound; pinned samples count but are not evicted.
+// The first evicted group of `objectIndex` goes to `donor` instead of being deleted.
 void KynRoMemCache::touchRecent(int sampleIndex, int objectIndex, KynGroupChunk*& donor) {
     if (!recentSamples.empty() && recentSamples.front() == sampleIndex) return;
     recentSamples.remove(sampleIndex);
-    while (!recentSamples.empty() && boundedCount() >= maxSamples) {
+    while (!recentSamples.empty() && int64_t(recentSamples.size()) >= maxSamples) {
         const auto victim = evictionCandidate();
         if (victim == recentSamples.end()) break;  // every tracked sample is pinned
         const int evicted = *victim;
@@ -172,7 +172,7 @@ void KynRoMemCache::setMaxSamples(int bound) {
     if (rwMode != 0) return;
     bound = std::max(bound, 0);
     if (maxSamples > bound) {
-        while (boundedCount() > bound) {
+        while (int64_t(recentSamples.size()) > bound) {
             const auto victim = evictionCandidate();
             if (victim == recentSamples.end()) break;
             deleteSample(*victim);

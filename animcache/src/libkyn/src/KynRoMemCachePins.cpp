@@ -73,15 +73,6 @@ std::list<int>::iterator KynRoMemCache::evictionCandidate() {
     return recentSamples.end();
 }
 
-// The tracked samples that count against the bound: all of them, or with pins those of which
-// no group is pinned.
-int64_t KynRoMemCache::boundedCount() const {
-    if (pins.empty()) return int64_t(recentSamples.size());
-    int64_t count = 0;
-    for (int sample : recentSamples) count += isSamplePinned(sample) ? 0 : 1;
-    return count;
-}
-
 // A group that leaves the table: freed, or, while pinned, handed over to its pin.
 void KynRoMemCache::releaseGroup(KynGroupChunk* group) {
     const auto entry = pins.find(group);
