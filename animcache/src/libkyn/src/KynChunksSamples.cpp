@@ -53,13 +53,12 @@ bool readTableAndReserve(KynFile& file, KynHeader& h, int64_t newSamples, std::v
     return newSamples * size <= h.length;
 }
 
-// A table header for `entries` entries of `size` bytes, and the "FREE" behind it up to
-// `reserveEnd`, as one block of 32 bytes at `table`.
-bool writeTableHead(KynFile& file, int64_t table, unsigned tag, unsigned char type, int64_t size,
-                    int64_t entries, int64_t reserveEnd) {
-    const int64_t freeAt = table + 16 + size * entries;
-    const KynHeader heads[2] = {makeHeader(tag, type, size * entries),
-                                makeHeader(kTagFREE, kTypeUndef, reserveEnd - freeAt - 16)};
+// An empty table at `table` and the "FREE" right behind it up to `reserveEnd`, as one block
+// of 32 bytes.
+bool writeEmptyTable(KynFile& file, int64_t table, unsigned tag, unsigned char type,
+                     int64_t reserveEnd) {
+    const KynHeader heads[2] = {makeHeader(tag, type, 0),
+                                makeHeader(kTagFREE, kTypeUndef, reserveEnd - table - 32)};
     return file.patch(table, heads, sizeof heads);
 }
 
@@ -290,10 +289,9 @@ bool KynSAMSChunk::commitStart(KynFile& file, bool emptyTables) {
     if (commit == kCommitAtEnd) return true;
     if (inStep && emptyTables) {
         if (timsOffset >= 0 &&
-            !writeTableHead(file, timsOffset, kTagTIMS, kTypeFloat, 4, 0, timsReserveEnd))
+            !writeEmptyTable(file, timsOffset, kTagTIMS, kTypeFloat, timsReserveEnd))
             return false;
-        if (!writeTableHead(file, jsamOffset, kTagJSAM, kTypeInt64, 8, 0, jsamReserveEnd))
-            return false;
+        if (!writeEmptyTable(file, jsamOffset, kTagJSAM, kTypeInt64, jsamReserveEnd)) return false;
     }
     if (inStep && followed.countOffset >= 0) {
         const int64_t count = committedCount();
