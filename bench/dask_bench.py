@@ -139,7 +139,7 @@ def main():
         out = os.path.join(args.dir, "w1-stitched.kyn")
         t_pieces, written = timed(lambda: kyn.dask.write_in_pieces(
             CopyW1(w1), out, 0, 47, 4, client=c2, workdir=pieces_dir, keep_pieces=True))
-        paths = [os.path.join(pieces_dir, f"w1-stitched.{a}-{b}.kyn") for a, b in written.ranges]
+        paths = [kyn.dask._piece_path(pieces_dir, out, a, b) for a, b in written.ranges]
         catted = os.path.join(args.dir, "w1-cat.kyn")
         stitch_times, cat_times = [], []
         for repetition in range(args.repetitions + 1):

@@ -18,13 +18,12 @@ pieces; kyn.dask (with Dask installed) reads caches and writes them in pieces on
 """
 
 import collections as _collections
-import errno as _errno
 import os as _os
 
 from . import _channels
 from . import _kyn
 from ._kyn import Cache, EditableCache, Error, Object
-from ._recovery import CheckReport, Damage, StitchError, Stitched, check, stitch
+from ._recovery import CheckReport, Damage, StitchError, Stitched, check, stitch, _missing
 from ._writer import Writer, default_source_file as _default_source_file
 
 __all__ = ["open", "edit", "export", "ExportResult", "check", "stitch", "Cache", "EditableCache",
@@ -70,7 +69,7 @@ def export(cache, out, *, path=None, samples=None, fps=24.0):
         raise NotImplementedError("this build of kyn has no converters (libtinygltf-dev and "
                                   "libtinyobjloader-dev were missing when it was configured)")
     if not _os.path.isfile(cache):
-        raise FileNotFoundError(_errno.ENOENT, _os.strerror(_errno.ENOENT), cache)
+        raise _missing(cache)
     first, last = (0, -1) if samples is None else (int(samples[0]), int(samples[1]))
     return ExportResult(*_kyn._export(cache, out, path or "", first, last, float(fps)))
 

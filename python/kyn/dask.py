@@ -273,13 +273,6 @@ class PiecesWritten:
     produced: list
 
 
-@dataclasses.dataclass(frozen=True)
-class _Done:
-    first: int
-    last: int
-    ran: bool
-
-
 def _ranges(first, last, pieces):
     """`pieces` ranges of near-equal length, in order, the longer ones first."""
     base, extra = divmod(last - first + 1, pieces)
@@ -289,6 +282,12 @@ def _ranges(first, last, pieces):
         ranges.append((start, end))
         start = end + 1
     return ranges
+
+
+def _piece_path(workdir, out, first, last):
+    """Where the piece of frames first..last of `out` is written."""
+    stem, extension = os.path.splitext(os.path.basename(out))
+    return os.path.join(workdir, f"{stem}.{first}-{last}{extension or '.kyn'}")
 
 
 def _piece_problem(path, first, last):
@@ -317,16 +316,16 @@ def _portable(error):
 
 
 def _run_piece(produce, first, last, path):
-    """Writes one piece unless a whole one is there, and checks it. Returns a _Done, or a
-    PieceFailure with what went wrong: never the samples."""
+    """Writes one piece unless a whole one is there, and checks it. Returns whether `produce`
+    ran, or a PieceFailure with what went wrong: never the samples."""
     try:
         if os.path.exists(path):
             try:
-                problem = _piece_problem(path, first, last)
-            except (OSError, ValueError) as error:
-                problem = str(error)
-            if problem is None:
-                return _Done(first, last, False)
+                whole = _piece_problem(path, first, last) is None
+            except (OSError, ValueError):
+                whole = False
+            if whole:
+                return False
             os.remove(path)
         produce(first, last, path)
         if not os.path.exists(path):
@@ -334,7 +333,7 @@ def _run_piece(produce, first, last, path):
         problem = _piece_problem(path, first, last)
         if problem is not None:
             raise ValueError(f"the piece written is not right: {problem}")
-        return _Done(first, last, True)
+        return True
     except Exception as error:
         return PieceFailure(first, last, path, _portable(error), traceback.format_exc())
 
@@ -386,10 +385,8 @@ def write_in_pieces(produce, out, first, last, pieces, client=None, workdir=None
     default_workdir = workdir is None
     workdir = os.path.abspath(out + ".pieces" if default_workdir else os.fspath(workdir))
     os.makedirs(workdir, exist_ok=True)
-    stem, extension = os.path.splitext(os.path.basename(out))
     ranges = _ranges(first, last, pieces)
-    calls = [(produce, a, b, os.path.join(workdir, f"{stem}.{a}-{b}{extension or '.kyn'}"))
-             for a, b in ranges]
+    calls = [(produce, a, b, _piece_path(workdir, out, a, b)) for a, b in ranges]
 
     if client is None:
         results = dask.compute(*[dask.delayed(_run_piece, pure=False)(*call) for call in calls])
@@ -410,4 +407,4 @@ def write_in_pieces(produce, out, first, last, pieces, client=None, workdir=None
             except OSError:
                 pass  # something else of the user's is in there
     return PiecesWritten(out, stitched.samples, ranges,
-                         [(r.first, r.last) for r in results if r.ran])
+                         [span for span, ran in zip(ranges, results) if ran])
