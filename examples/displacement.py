@@ -14,6 +14,7 @@ ADDRESS, whose workers must see CACHE at the same path:
 """
 
 import argparse
+import contextlib
 import time
 
 import dask.array as da
@@ -82,16 +83,13 @@ def main():
 
     from distributed import Client, LocalCluster
 
-    cluster = None
-    if args.scheduler is None:
-        cluster = LocalCluster(n_workers=args.workers, threads_per_worker=1)
-    with Client(args.scheduler or cluster) as client:
+    cluster = (LocalCluster(n_workers=args.workers, threads_per_worker=1)
+               if args.scheduler is None else contextlib.nullcontext(args.scheduler))
+    with cluster as target, Client(target) as client:
         positions = kyn.dask.from_cache(args.cache, path)
         start = time.perf_counter()
         moved = client.compute(largest_displacement(positions)).result()
         seconds = time.perf_counter() - start
-    if cluster is not None:
-        cluster.close()
     far = int(np.argmax(moved))
     print(f"{path}: {positions.shape[1]} vertices over {positions.shape[0]} samples "
           f"({positions.nbytes / 1e6:.1f} MB) in {seconds:.2f} s; the farthest, vertex {far}, "

@@ -16,6 +16,7 @@ ADDRESS, whose workers must see OUT's directory at the same path:
 """
 
 import argparse
+import contextlib
 import time
 
 import numpy as np
@@ -84,16 +85,13 @@ def main():
 
     from distributed import Client, LocalCluster
 
-    cluster = None
-    if args.scheduler is None:
-        cluster = LocalCluster(n_workers=args.workers, threads_per_worker=1)
-    with Client(args.scheduler or cluster) as client:
+    cluster = (LocalCluster(n_workers=args.workers, threads_per_worker=1)
+               if args.scheduler is None else contextlib.nullcontext(args.scheduler))
+    with cluster as target, Client(target) as client:
         start = time.perf_counter()
         written = kyn.dask.write_in_pieces(Simulation(args.frames, args.side), args.out, 1,
                                            args.frames, args.pieces, client=client)
         seconds = time.perf_counter() - start
-    if cluster is not None:
-        cluster.close()
     print(f"wrote {written.path}: {written.samples} frames of {args.side * args.side} vertices "
           f"in {len(written.ranges)} pieces ({len(written.produced)} written now) in "
           f"{seconds:.1f} s")
