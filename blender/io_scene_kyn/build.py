@@ -159,7 +159,7 @@ class _Importer:
         if obj.kind == "mesh":
             loop_vertices = self._faces(mesh, path, obj, len(points))
             if loop_vertices is not None:
-                self._normals(mesh, path, obj, len(points), loop_vertices)
+                self._normals(mesh, path, obj, len(points))
                 self._uvs(mesh, path, obj, len(points), loop_vertices)
         mesh.update()
         return mesh
@@ -194,7 +194,7 @@ class _Importer:
             mesh.loops.foreach_get("vertex_index", indices)
         return indices
 
-    def _normals(self, mesh, path, obj, count, loop_vertices):
+    def _normals(self, mesh, path, obj, count):
         """Vertex normals as Blender's custom normals, so that shading follows them."""
         normals = _read(obj.normals)
         if normals is None or len(normals) != count:
