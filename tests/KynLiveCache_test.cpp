@@ -46,16 +46,6 @@ bool produce(const std::string& path, useconds_t pause) {
     return sams.writeEnd(file) && file.close();
 }
 
-// The bytes of object `o` of sample `s` in `bytes`, the file of `cache`, where the cache
-// reads them; empty when it does not.
-Bytes objectBytes(KynCache& cache, const Bytes& bytes, int s, int o) {
-    KynHeader h;
-    if (!cache.seekObjectSample(h, s, o)) return Bytes();
-    const std::size_t at = std::size_t(cache.file.tell(nullptr) - 16);
-    if (at + 16 + std::size_t(h.length) > bytes.size()) return Bytes();
-    return Bytes(bytes.begin() + long(at), bytes.begin() + long(at + 16 + std::size_t(h.length)));
-}
-
 }  // namespace
 
 TEST(KynLiveCache, FollowsAProducerSampleBySample) {

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "KynCache.h"
 #include "KynChunks.h"
 
 namespace kyntest_support {
@@ -130,6 +131,23 @@ void writeWorkedFile(const std::string& path) {
     }
     ASSERT_TRUE(sams.writeEnd(file));
     ASSERT_TRUE(file.close());
+}
+
+std::vector<unsigned char> objectBytes(Kyn::KynCache& cache,
+                                       const std::vector<unsigned char>& bytes, int s, int o) {
+    Kyn::KynHeader h;
+    if (!cache.seekObjectSample(h, s, o)) return {};
+    const std::size_t at = std::size_t(cache.file.tell(nullptr) - 16);
+    const std::size_t end = at + 16 + std::size_t(h.length);
+    if (end > bytes.size()) return {};
+    return std::vector<unsigned char>(bytes.begin() + long(at), bytes.begin() + long(end));
+}
+
+int partialFilesIn(const std::string& directory) {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
+        count += entry.path().filename().string().find(".partial-") != std::string::npos;
+    return count;
 }
 
 }  // namespace kyntest_support

@@ -10,6 +10,10 @@
 #include <string>
 #include <vector>
 
+namespace Kyn {
+class KynCache;
+}
+
 namespace kyntest_support {
 
 // A fresh path in a per-process scratch directory; the file does not exist yet.
@@ -37,6 +41,14 @@ std::vector<unsigned char> cat(std::initializer_list<std::vector<unsigned char>>
 // The worked file: one object "foo", a three-float "POSI" per sample, samples at 1 and 2,
 // application "app", date 1400000000, space 1, a reserve of 2 spare samples. 500 bytes.
 void writeWorkedFile(const std::string& path);
+
+// The bytes of object `o` of sample `s` in `bytes`, the file of `cache`, where the cache reads
+// them; empty when it does not.
+std::vector<unsigned char> objectBytes(Kyn::KynCache& cache,
+                                       const std::vector<unsigned char>& bytes, int s, int o);
+
+// How many files in `directory` are new files of safe rewrites (".partial-" in the name).
+int partialFilesIn(const std::string& directory);
 
 // Redirects a standard stream into a string for the lifetime of the object.
 class Capture {
