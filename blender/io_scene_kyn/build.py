@@ -128,7 +128,9 @@ class _Importer:
                 self._transform(ob, node.path, obj)
         ob.parent = parent
         ob.kyn.file = self.filepath
-        ob.kyn.path = node.path
+        # Playback finds the object by its stored path, which the tree's may not spell alike
+        # (a stored path without the leading "|").
+        ob.kyn.path = obj.path if obj is not None else node.path
         ob.kyn.order = self.options.order
         self.result.objects[node.path] = ob
         return ob

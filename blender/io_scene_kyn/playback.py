@@ -116,13 +116,21 @@ def update(scene):
             continue
         try:
             obj = source(settings.file, settings.path)
-            if obj is not None:
+            if obj is None:
+                _say_once(ob, "the file holds no object at this path: import the cache again")
+            else:
                 apply(ob, obj, time, settings.order, settings.play)
         except (OSError, ValueError, ImportError) as error:
-            key = (settings.file, settings.path)
-            if key not in _said:  # once, not at every frame
-                _said.add(key)
-                print(f"kyn: {ob.name} ({settings.path} in {settings.file}) does not play: {error}")
+            _say_once(ob, error)
+
+
+def _say_once(ob, reason):
+    """Prints why `ob` does not play, once, not at every frame."""
+    settings = ob.kyn
+    key = (settings.file, settings.path)
+    if key not in _said:
+        _said.add(key)
+        print(f"kyn: {ob.name} ({settings.path} in {settings.file}) does not play: {reason}")
 
 
 @persistent

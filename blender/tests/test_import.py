@@ -46,6 +46,8 @@ def write_cache(path):
         "|rig|mesh": {"kind": "mesh", "counts": counts, "indices": indices, "normals": normals,
                       "attributes": {"uv": grid[:, :2] / (SIDE - 1)}},
         "|rig|loc": "locator",
+        # Stored without the leading "|": the tree shows it at "|spin", playback finds "bare|spin".
+        "bare|spin": "transform",
         "|curve": {"kind": "nurbscurve", "degree": 3, "form": "kOpen",
                    "knots": np.float64([0, 0, 0, 1, 2, 2, 2])},
         "|surface": {"kind": "nurbssurface", "degree": [2, 2], "form": ["kPeriodic", "kOpen"],
@@ -63,8 +65,8 @@ def write_cache(path):
             m[3, :3] = [s, 0.5 * s, 0.1]
             wave = grid + np.float32([0, 0, 0.3]) * np.sin(grid[:, :1] + s, dtype=np.float32)
             curve = np.float32([[i, (i * s) % 3, 0.5 * s] for i in range(5)])
-            writer.write_sample({"|rig": {"matrix": m}, "|rig|mesh": {"positions": wave},
-                                 "|curve": {"positions": curve}})
+            writer.write_sample({"|rig": {"matrix": m}, "bare|spin": {"matrix": m.T},
+                                 "|rig|mesh": {"positions": wave}, "|curve": {"positions": curve}})
 
 
 def evaluated_positions(ob):
@@ -96,6 +98,8 @@ def check_playback(cache, objects, times):
             assert np.allclose(got, expected, rtol=0, atol=1e-6), f"{where}: positions differ"
         m = np.float32(rig.matrix(time=time).T)
         assert np.array_equal(np.float32(objects["|rig"].matrix_parent_inverse), m), where
+        spin = np.float32(cache["bare|spin"].matrix(time=time).T)
+        assert np.array_equal(np.float32(objects["bare|spin"].matrix_parent_inverse), spin), where
         assert np.array_equal(spline_points(objects["|curve"]),
                               np.float32(curve.control_points(time=time))), where
         # The mesh goes with its transform, under the import's root.
