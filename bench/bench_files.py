@@ -1,5 +1,6 @@
-"""What the Python benchmarks share: their command line, and the workloads W1 and W2 written
-once by the C++ baseline program and read into the page cache before anything is timed."""
+"""What the Python benchmarks share: their command line, the workloads W1 and W2 written once
+by the C++ baseline program and read into the page cache before anything is timed, and the
+verdict column of their tables."""
 
 import argparse
 import os
@@ -32,3 +33,8 @@ def workloads(build, directory, names=("w1", "w2")):
             while f.read(1 << 24):
                 pass
     return paths
+
+
+def verdict(met):
+    """The Met column: "-" for a figure without a target."""
+    return "-" if met is None else "yes" if met else "**no**"

@@ -107,7 +107,7 @@ def main():
         ratio = live / modifier
         print(f"| {label} | {live * 1e3:.1f} ms | {statistics.median(handler[which]) * 1e3:.1f} "
               f"ms | {modifier * 1e3:.1f} ms | {ratio:.2f} | <= 1.5x | "
-              f"{'yes' if ratio <= 1.5 else '**no**'} |")
+              f"{bench_files.verdict(ratio <= 1.5)} |")
     if not args.keep:
         shutil.rmtree(args.dir)
 

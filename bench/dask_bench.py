@@ -95,8 +95,8 @@ def cleared(path):
 def row(name, seconds, baseline="", ratio=None, target="", met=None):
     """A row of the table; `ratio` is the median of the per-repetition ratios."""
     shown = "" if ratio is None else f"{ratio:.2f}"
-    verdict = "-" if met is None else "yes" if met else "**no**"
-    print(f"| {name} | {seconds:.3f} s | {baseline} | {shown} | {target} | {verdict} |",
+    print(f"| {name} | {seconds:.3f} s | {baseline} | {shown} | {target} | "
+          f"{bench_files.verdict(met)} |",
           flush=True)
 
 

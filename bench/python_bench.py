@@ -70,7 +70,7 @@ def measure(name, repetitions, run_cpp, run_python, target):
     ratio = statistics.median(ratios)
     print(f"| {name} | {statistics.median(python_times) * 1e3:.2f} ms | "
           f"{statistics.median(cpp_times) * 1e3:.2f} ms | {ratio:.2f} | <= {target}x | "
-          f"{'yes' if ratio <= target else '**no**'} |", flush=True)
+          f"{bench_files.verdict(ratio <= target)} |", flush=True)
 
 
 def main():
