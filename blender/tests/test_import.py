@@ -65,7 +65,7 @@ def write_cache(path):
             m[3, :3] = [s, 0.5 * s, 0.1]
             wave = grid + np.float32([0, 0, 0.3]) * np.sin(grid[:, :1] + s, dtype=np.float32)
             curve = np.float32([[i, (i * s) % 3, 0.5 * s] for i in range(5)])
-            writer.write_sample({"|rig": {"matrix": m}, "bare|spin": {"matrix": m.T},
+            writer.write_sample({"|rig": {"matrix": m}, "bare|spin": {"matrix": m @ m},
                                  "|rig|mesh": {"positions": wave}, "|curve": {"positions": curve}})
 
 
