@@ -34,9 +34,9 @@ def open(path, max_samples=0, *, keep_open=True):
     """Opens a cache file for reading.
 
     max_samples bounds how many samples stay in memory (least recently used out first; 0, the
-    default, keeps all that were read); a sample that an array still views counts but stays. keep_open=False closes the file between reads.
-    Raises FileNotFoundError, or kyn.Error with the library's reason when the file does not
-    load."""
+    default, keeps all that were read); a sample that an array still views counts but stays.
+    keep_open=False closes the file between reads. Raises FileNotFoundError, or kyn.Error with
+    the library's reason when the file does not load."""
     return Cache._open(_os.fspath(path), int(max_samples), bool(keep_open))
 
 
@@ -52,9 +52,9 @@ def edit(path=None, *, keep_open=True):
 
 ExportResult = _collections.namedtuple("ExportResult",
                                        "files objects left_out dropped samples")
-ExportResult.__doc__ = """What kyn.export wrote: the files in order, the objects by path, the objects
-left out and what of a written object did not fit, each a list of (path, why), and the number
-of samples."""
+ExportResult.__doc__ = """What kyn.export wrote: the files in order, the objects by path, the
+objects left out and what of a written object did not fit, each a list of (path, why), and the
+number of samples."""
 
 
 def export(cache, out, *, path=None, samples=None, fps=24.0):

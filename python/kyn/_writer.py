@@ -11,7 +11,8 @@ from ._kyn import _StreamWriter
 
 
 def _declarations(objects):
-    """(path, declaration) pairs from a dict {path: declaration} or a sequence of paths or pairs."""
+    """(path, declaration) pairs from a dict {path: declaration} or a sequence of paths or
+    pairs."""
     if isinstance(objects, dict):
         return list(objects.items())
     pairs = []
@@ -29,12 +30,13 @@ def default_source_file():
 class Writer:
     """Writes a cache sample by sample.
 
-    `objects` declares every object before the first sample: a dict {path: declaration} (or a list
-    of paths), a declaration being a kind name ("mesh", "transform", "nurbssurface", "nurbscurve",
-    "locator", "lxcoordsystem", "geometry") or a dict of the kind, static channels (for example
-    "counts" and "indices" of a mesh), "attributes" {name: value} and "animated_attributes" [names].
-    Give `samples` and the uniform timing `first_time`, `rate` (samples per frame), or
-    the time of every sample in `times`. `reserve` spare samples let later saves append in place.
+    `objects` declares every object before the first sample: a dict {path: declaration} (or a
+    list of paths), a declaration being a kind name ("mesh", "transform", "nurbssurface",
+    "nurbscurve", "locator", "lxcoordsystem", "geometry") or a dict of the kind, static channels
+    (for example "counts" and "indices" of a mesh), "attributes" {name: value} and
+    "animated_attributes" [names]. Give `samples` and the uniform timing `first_time`, `rate`
+    (samples per frame), or the time of every sample in `times`. `reserve` spare samples let
+    later saves append in place.
     """
 
     def __init__(self, path, objects, *, samples=None, first_time=1.0, rate=1.0, times=None,
