@@ -177,6 +177,7 @@ struct KynRecoveryReport {
     std::vector<float> keptTimes;  // their times
     std::vector<KynDamage> dropped;  // one per sample met and not written, with the reason
     bool uniform = false;            // the output is uniformly sampled
+    std::vector<std::string> paths;  // the object paths of `damaged`, as far as its metadata reads
 };
 
 // Writes to `out` a new cache of every whole sample of `damaged` that has a time (see

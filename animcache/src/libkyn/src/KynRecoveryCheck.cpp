@@ -184,9 +184,11 @@ KynCheckReport checkCache(const char* path, const KynProgress& progress) {
     }
     if (report.loaded) {
         report.objects = static_cast<int>(cache.meta.objects.size());
-        if (!scanned)
+        if (!scanned) {
+            report.paths.clear();  // the loader's objects, not what the failed scan read of them
             for (const KynDOBJChunk* object : cache.meta.objects)
                 report.paths.push_back(object->name);
+        }
         readEverySample(cache, explained, report, progress, size);
     } else {
         report.readableSamples = whole;

@@ -54,6 +54,7 @@ KynRecoveryReport recoverCache(const char* damaged, const char* out, const KynPr
         report.failure = scanner.failure();
         return report;
     }
+    for (const KynDOBJChunk* object : scanner.meta.objects) report.paths.push_back(object->name);
     const int64_t size = scanner.fileSize();
     std::vector<Kept> kept;
     KynScannedSample sample;

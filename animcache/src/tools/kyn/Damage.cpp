@@ -28,12 +28,4 @@ void printDamage(const std::vector<Kyn::KynDamage>& damage, const std::vector<st
         std::cout << "  and " << damage.size() - limit << " more (--json lists them all)\n";
 }
 
-std::vector<std::string> objectNames(const std::string& path) {
-    std::vector<std::string> names;
-    Kyn::KynSampleScanner scanner;
-    if (scanner.open(path.c_str()))
-        for (const Kyn::KynDOBJChunk* object : scanner.meta.objects) names.push_back(object->name);
-    return names;
-}
-
 }  // namespace kyncli

@@ -18,9 +18,6 @@ Json damageJson(const Kyn::KynDamage& damage, const std::vector<std::string>& na
 void printDamage(const std::vector<Kyn::KynDamage>& damage, const std::vector<std::string>& names,
                  std::size_t limit);
 
-// The object paths of a cache file's metadata as far as it reads; empty when it does not.
-std::vector<std::string> objectNames(const std::string& path);
-
 }  // namespace kyncli
 
 #endif

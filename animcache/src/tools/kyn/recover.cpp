@@ -17,7 +17,7 @@ int run(const std::string& damaged, const std::string& out, bool json) {
         ProgressLine progress("recovering " + damaged);
         report = Kyn::recoverCache(damaged.c_str(), out.c_str(), progress.callback());
     }
-    const std::vector<std::string> names = objectNames(damaged);
+    const std::vector<std::string>& names = report.paths;
     if (json) {
         Json dropped = Json::array();
         for (const Kyn::KynDamage& d : report.dropped) dropped.push_back(damageJson(d, names));
