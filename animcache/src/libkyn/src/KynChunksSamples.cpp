@@ -53,13 +53,23 @@ bool readTableAndReserve(KynFile& file, KynHeader& h, int64_t newSamples, std::v
     return newSamples * size <= h.length;
 }
 
+// The header of a "FREE" at `at` whose reserve ends at `reserveEnd`.
+KynHeader reserveAt(int64_t at, int64_t reserveEnd) {
+    return makeHeader(kTagFREE, kTypeUndef, reserveEnd - at - 16);
+}
+
 // An empty table at `table` and the "FREE" right behind it up to `reserveEnd`, as one block
 // of 32 bytes.
 bool writeEmptyTable(KynFile& file, int64_t table, unsigned tag, unsigned char type,
                      int64_t reserveEnd) {
-    const KynHeader heads[2] = {makeHeader(tag, type, 0),
-                                makeHeader(kTagFREE, kTypeUndef, reserveEnd - table - 32)};
+    const KynHeader heads[2] = {makeHeader(tag, type, 0), reserveAt(table + 16, reserveEnd)};
     return file.patch(table, heads, sizeof heads);
+}
+
+// The "FREE" behind the table at `table` whose entries take `bytes`, up to `reserveEnd`.
+bool patchReserveBehind(KynFile& file, int64_t table, int64_t bytes, int64_t reserveEnd) {
+    const KynHeader reserve = reserveAt(table + 16 + bytes, reserveEnd);
+    return file.patch(table + 16 + bytes, &reserve, sizeof reserve);
 }
 
 // Commits entry `k` of the table at `table`: the entry in place, and, when the table has a
@@ -72,8 +82,7 @@ bool commitEntry(KynFile& file, int64_t table, const void* entry, int64_t size, 
     const int64_t entryAt = table + 16 + size * int64_t(k);
     std::size_t length = std::size_t(size);
     if (reserveEnd >= 0) {
-        const KynHeader reserve =
-            makeHeader(kTagFREE, kTypeUndef, reserveEnd - entryAt - size - 16);
+        const KynHeader reserve = reserveAt(entryAt + size, reserveEnd);
         std::memcpy(bytes + size, &reserve, sizeof reserve);
         length += sizeof reserve;
     }
@@ -328,15 +337,11 @@ bool KynSAMSChunk::commitSample(KynFile& file) {
 bool KynSAMSChunk::commitEnd(KynFile& file) {
     if (commit == kCommitAtEnd) return true;
     if (inStep) {
-        KynHeader reserve = makeHeader(kTagFREE, kTypeUndef, 0);
-        if (timsOffset >= 0) {
-            const int64_t at = timsOffset + 16 + 4 * int64_t(times.size());
-            reserve.length = timsReserveEnd - at - 16;
-            if (!file.patch(at, &reserve, sizeof reserve)) return false;
-        }
-        const int64_t at = jsamOffset + 16 + 8 * int64_t(sampleJumps.size());
-        reserve.length = jsamReserveEnd - at - 16;
-        if (!file.patch(at, &reserve, sizeof reserve)) return false;
+        if (timsOffset >= 0 &&
+            !patchReserveBehind(file, timsOffset, 4 * int64_t(times.size()), timsReserveEnd))
+            return false;
+        if (!patchReserveBehind(file, jsamOffset, 8 * int64_t(sampleJumps.size()), jsamReserveEnd))
+            return false;
         if (followed.countOffset >= 0 &&
             (!file.patch(followed.lastTimeOffset, &followed.lastTime, sizeof(float)) ||
              !file.patch(followed.countOffset, &followed.count, sizeof(int64_t))))
