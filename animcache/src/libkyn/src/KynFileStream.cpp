@@ -61,7 +61,7 @@ KynFileStream::~KynFileStream() {
 
 bool KynFileStream::close() {
     if (fd < 0) return true;
-    bool ok = flush() && !failed;
+    bool ok = sync(false);
     if (::close(fd) != 0) ok = false;
     fd = -1;
     return ok;
