@@ -4,8 +4,9 @@ of a mesh gets from where it is at the first sample, over all samples, computed 
 cluster.
 
 The positions come from kyn.dask.from_cache, a lazy array of (samples, vertices, 3) in blocks
-of about 64 MB; each worker reads its own blocks from the file, and only the result (one float
-per vertex) comes back. OBJECT defaults to the first mesh of the cache.
+of about 64 MB. Each block's task reads its samples and the first sample from the file in its
+worker and works them there: only rows of one float per vertex move between the workers, and
+only the result comes back. OBJECT defaults to the first mesh of the cache.
 
 Runs on a LocalCluster of --workers processes (2 by default), or on the scheduler at
 ADDRESS, whose workers must see CACHE at the same path:
@@ -17,6 +18,7 @@ import argparse
 import contextlib
 import time
 
+import dask
 import dask.array as da
 import numpy as np
 
@@ -45,19 +47,28 @@ class Farthest:
 
 
 def largest_in_block(block, first):
-    """Per vertex, the largest distance from `first` over the samples of one block, as a row."""
-    farthest = Farthest(first)
+    """Per vertex, the largest distance from the first sample (`first`, a block that holds
+    it) over the samples of one block, as a row."""
+    farthest = Farthest(first[0])
     for points in block:
         farthest.add(points)
     return farthest.largest[np.newaxis]
 
 
-def largest_displacement(positions):
+def first_per_block(path, object_path, positions):
+    """The first sample once for each block of `positions`, as an array with a block of its
+    own for each: every block's task then reads it from the file itself, where one shared
+    block would be sent from worker to worker."""
+    return kyn.dask.from_cache(path, object_path, samples=[0] * positions.numblocks[0],
+                               samples_per_chunk=1)
+
+
+def largest_displacement(positions, firsts):
     """Per vertex, the largest distance from its first sample over all samples: a dask array
-    of (vertices,), from one of (samples, vertices, 3). Each block gives its own largest, and
-    the blocks' rows are reduced to one."""
+    of (vertices,), from one of (samples, vertices, 3) and its first_per_block. Each block
+    gives its own largest, and the blocks' rows are reduced to one."""
     blocks, vertices = positions.numblocks[0], positions.shape[1]
-    rows = da.map_blocks(largest_in_block, positions, positions[0], drop_axis=2,
+    rows = da.map_blocks(largest_in_block, positions, firsts, drop_axis=2,
                          chunks=((1,) * blocks, (vertices,)),
                          meta=np.empty((0, 0), positions.dtype))
     return rows.max(axis=0)
@@ -83,12 +94,15 @@ def main():
 
     from distributed import Client, LocalCluster
 
+    # Workers that keep the memory of one block for the next (see docs/scale.md).
+    dask.config.set(kyn.dask.worker_memory_config())
     cluster = (LocalCluster(n_workers=args.workers, threads_per_worker=1)
                if args.scheduler is None else contextlib.nullcontext(args.scheduler))
     with cluster as target, Client(target) as client:
         positions = kyn.dask.from_cache(args.cache, path)
+        firsts = first_per_block(args.cache, path, positions)
         start = time.perf_counter()
-        moved = client.compute(largest_displacement(positions)).result()
+        moved = client.compute(largest_displacement(positions, firsts)).result()
         seconds = time.perf_counter() - start
     far = int(np.argmax(moved))
     print(f"{path}: {positions.shape[1]} vertices over {positions.shape[0]} samples "

@@ -25,6 +25,7 @@ try:
     import dask
     import dask.array as da
     from dask.base import tokenize
+    from dask.blockwise import BlockwiseDepDict, blockwise
     from dask.highlevelgraph import HighLevelGraph
 except ImportError as _error:
     raise ImportError("kyn.dask needs Dask: install Debian's python3-dask and "
@@ -34,8 +35,8 @@ import numpy as np
 
 import kyn
 
-__all__ = ["from_cache", "write_in_pieces", "FileChangedError", "PiecesError", "PieceFailure",
-           "PiecesWritten"]
+__all__ = ["from_cache", "write_in_pieces", "worker_memory_config", "FileChangedError",
+           "PiecesError", "PieceFailure", "PiecesWritten"]
 
 VERTEX_FIELDS = ("positions", "normals", "velocities")
 FIELDS = VERTEX_FIELDS + ("matrix",)
@@ -44,6 +45,27 @@ CHUNK_BYTES = 64 << 20
 # a cubic blend, and few enough that a worker's memory stays near its tasks' own.
 CACHES_KEPT = 4
 SAMPLES_KEPT = 4
+
+
+# glibc's settings for worker processes: memory freed by one block is kept for the next, where
+# Dask's nanny has glibc give back everything above 64 KiB at once (MALLOC_TRIM_THRESHOLD_), so
+# that every block and every buffer of a sample is faulted in again, page by page.
+WORKER_MALLOC = {"MALLOC_TRIM_THRESHOLD_": 256 << 20, "MALLOC_MMAP_THRESHOLD_": 256 << 20}
+
+
+def worker_memory_config():
+    """Dask configuration under which worker processes keep the memory of one block for the
+    next, instead of giving it back to the system and faulting it in again. Each worker then
+    holds on to about as much memory as its largest tasks needed. It takes effect for workers
+    started while it is set:
+
+        dask.config.set(kyn.dask.worker_memory_config())
+        cluster = LocalCluster(...)
+
+    For `dask worker` on other machines, put the same entries (printed by this function) under
+    distributed.nanny.pre-spawn-environ in the workers' Dask configuration."""
+    return {f"distributed.nanny.pre-spawn-environ.{name}": value
+            for name, value in WORKER_MALLOC.items()}
 
 
 class FileChangedError(RuntimeError):
@@ -182,8 +204,13 @@ def from_cache(path, object_path, field="positions", samples=None, times=None, o
 
     The file is opened here to check the request: FileNotFoundError or kyn.Error (with the
     library's reason) for a file that does not load, KeyError for a path that no object has,
-    ValueError for a field that the object does not carry. The tasks then open it in their
-    workers; one that finds the file changed since raises FileChangedError."""
+    ValueError for a field that the object does not carry. This process then keeps it open, as
+    each worker does, for the next array on the file as it is. The tasks open it in their
+    workers; one that finds the file changed since raises FileChangedError.
+
+    Each block is read by one task, which Dask fuses with the tasks that work that block alone
+    (map_blocks, blockwise arithmetic, the first step of a reduction): the block is worked in
+    the worker that reads it."""
     path = os.path.abspath(os.fspath(path))
     if field not in FIELDS:
         raise ValueError(f"field must be one of {', '.join(FIELDS)}, not {field!r}")
@@ -193,8 +220,11 @@ def from_cache(path, object_path, field="positions", samples=None, times=None, o
     if not 0 <= order <= 3:
         raise ValueError(f"order must be 0 (hold) to 3 (cubic), not {order}")
     identity = _identity(path)
-    with kyn.open(path, max_samples=SAMPLES_KEPT) as cache:
-        obj = cache[object_path]
+    # The client keeps the file open as a worker does: the next array on the same state of the
+    # file costs no second load.
+    opened = _cache_for(path, identity)
+    with opened.lock:
+        cache, obj = opened.cache, opened.object(object_path)
         if times is None:
             where = (np.arange(cache.num_samples) if samples is None
                      else _sample_indices(samples, cache.num_samples))
@@ -224,8 +254,13 @@ def from_cache(path, object_path, field="positions", samples=None, times=None, o
     name = f"kyn-{field}-" + tokenize(source, where, samples_per_chunk)
     starts = range(0, len(where), samples_per_chunk)
     tail = (0,) * len(shape)
-    layer = {(name, i) + tail: (_read_block, source, where[start:start + samples_per_chunk])
-             for i, start in enumerate(starts)}
+    # A blockwise layer, each task given its own samples: Dask fuses the reads into the tasks
+    # that work the blocks, so that a block is worked where it is read and never sent.
+    blocks = BlockwiseDepDict({(i,) + tail: where[start:start + samples_per_chunk]
+                               for i, start in enumerate(starts)},
+                              numblocks=(len(starts),) + (1,) * len(shape))
+    indices = tuple(range(1 + len(shape)))
+    layer = blockwise(_read_block, name, indices, source, None, blocks, indices, numblocks={})
     chunks = ((tuple(min(samples_per_chunk, len(where) - s) for s in starts),)
               + tuple((n,) for n in shape))
     graph = HighLevelGraph.from_collections(name, layer, dependencies=())

@@ -7,6 +7,8 @@ import pathlib
 import subprocess
 import sys
 
+import dask
+import dask.array as da
 import numpy as np
 import pytest
 from conftest import NONUNIFORM_TIMES, OBJECTS, sample_data, write_every_kind
@@ -20,10 +22,24 @@ EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "examples"
 
 @pytest.fixture(scope="module")
 def client(tmp_path_factory):
-    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=":0",
-                      local_directory=str(tmp_path_factory.mktemp("workers"))) as cluster:
-        with Client(cluster) as client:
-            yield client
+    with dask.config.set(kyn.dask.worker_memory_config()):
+        cluster = LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
+                               dashboard_address=":0",
+                               local_directory=str(tmp_path_factory.mktemp("workers")))
+    with cluster, Client(cluster) as client:
+        yield client
+
+
+def test_workers_get_the_memory_settings(client):
+    settings = client.run(lambda: {name: os.environ.get(name) for name in kyn.dask.WORKER_MALLOC})
+    assert list(settings.values()) == [{k: str(v) for k, v in kyn.dask.WORKER_MALLOC.items()}] * 2
+
+
+def test_blocks_are_worked_in_the_tasks_that_read_them(every_kind):
+    positions = kyn.dask.from_cache(every_kind, "|xf|mesh", samples_per_chunk=2)
+    firsts = kyn.dask.from_cache(every_kind, "|xf|mesh", samples=[0] * 3, samples_per_chunk=1)
+    (moved,) = dask.optimize(da.map_blocks(np.subtract, positions, firsts))
+    assert len(moved.__dask_graph__()) == positions.numblocks[0] == 3
 
 
 READS = [("|xf|mesh", "positions"), ("|xf|mesh", "normals"), ("|xf|mesh", "velocities"),
