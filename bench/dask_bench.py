@@ -137,6 +137,8 @@ def main():
 
     print(f"load average {os.getloadavg()[0]:.2f}, {os.cpu_count()} cores, Python "
           f"{sys.version.split()[0]}, numpy {np.__version__}", flush=True)
+    # Dask's settings first: a nanny leaves the variables it gives its worker in this process's
+    # environment, where every later worker would inherit them.
     with cluster(1) as one, cluster(2) as two, Client(one) as c1, Client(two) as c2:
         dask_defaults = figures(displacements(c1, c2))
     dask.config.set(kyn.dask.worker_memory_config())
