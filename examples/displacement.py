@@ -48,11 +48,13 @@ class Farthest:
 
 def largest_in_block(block, first):
     """Per vertex, the largest distance from the first sample (`first`, a block that holds
-    it) over the samples of one block, as a row."""
+    it) over the samples of one block, as a block of shape (1, vertices, 1). It keeps the
+    axes of the positions, so that Dask fuses it with the reads before it and the first step
+    of the reduction after it into one task."""
     farthest = Farthest(first[0])
     for points in block:
         farthest.add(points)
-    return farthest.largest[np.newaxis]
+    return farthest.largest[np.newaxis, :, np.newaxis]
 
 
 def first_per_block(path, object_path, positions):
@@ -68,10 +70,10 @@ def largest_displacement(positions, firsts):
     of (vertices,), from one of (samples, vertices, 3) and its first_per_block. Each block
     gives its own largest, and the blocks' rows are reduced to one."""
     blocks, vertices = positions.numblocks[0], positions.shape[1]
-    rows = da.map_blocks(largest_in_block, positions, firsts, drop_axis=2,
-                         chunks=((1,) * blocks, (vertices,)),
-                         meta=np.empty((0, 0), positions.dtype))
-    return rows.max(axis=0)
+    rows = da.map_blocks(largest_in_block, positions, firsts,
+                         chunks=((1,) * blocks, (vertices,), (1,)),
+                         meta=np.empty((0, 0, 0), positions.dtype))
+    return rows.max(axis=(0, 2))
 
 
 def first_mesh(path):
