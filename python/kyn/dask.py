@@ -62,7 +62,7 @@ def worker_memory_config():
         dask.config.set(kyn.dask.worker_memory_config())
         cluster = LocalCluster(...)
 
-    For `dask worker` on other machines, put the same entries (printed by this function) under
+    For `dask worker` on other machines, put the variables of WORKER_MALLOC under
     distributed.nanny.pre-spawn-environ in the workers' Dask configuration."""
     return {f"distributed.nanny.pre-spawn-environ.{name}": value
             for name, value in WORKER_MALLOC.items()}
@@ -220,9 +220,7 @@ def from_cache(path, object_path, field="positions", samples=None, times=None, o
     if not 0 <= order <= 3:
         raise ValueError(f"order must be 0 (hold) to 3 (cubic), not {order}")
     identity = _identity(path)
-    # The client keeps the file open as a worker does: the next array on the same state of the
-    # file costs no second load.
-    opened = _cache_for(path, identity)
+    opened = _cache_for(path, identity)  # kept open, as in a worker, for the next array
     with opened.lock:
         cache, obj = opened.cache, opened.object(object_path)
         if times is None:
