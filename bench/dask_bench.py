@@ -155,6 +155,8 @@ def main():
 
         pieces_dir = os.path.join(args.dir, "pieces")
         out = os.path.join(args.dir, "w1-stitched.kyn")
+        # Pieces kept by an earlier run (--keep) would be found whole and not written again.
+        shutil.rmtree(pieces_dir, ignore_errors=True)
         t_pieces, written = timed(lambda: kyn.dask.write_in_pieces(
             CopyW1(w1), out, 0, 47, 4, client=c2, workdir=pieces_dir, keep_pieces=True))
         paths = [kyn.dask._piece_path(pieces_dir, out, a, b) for a, b in written.ranges]
