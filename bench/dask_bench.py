@@ -45,7 +45,7 @@ _examples = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "exam
 sys.path.insert(0, _examples)
 os.environ["PYTHONPATH"] = os.pathsep.join(filter(None, [_examples,
                                                          os.environ.get("PYTHONPATH")]))
-from displacement import Farthest, first_per_block, largest_displacement  # noqa: E402
+from displacement import Farthest, displacement  # noqa: E402
 
 import bench_files  # noqa: E402
 
@@ -62,9 +62,7 @@ def loop(path):
 
 
 def on_cluster(client, path):
-    positions = kyn.dask.from_cache(path, "|mesh")
-    firsts = first_per_block(path, "|mesh", positions)
-    return client.compute(largest_displacement(positions, firsts)).result()
+    return client.compute(displacement(path, "|mesh")[1]).result()
 
 
 class CopyW1:

@@ -76,6 +76,14 @@ def largest_displacement(positions, firsts):
     return rows.max(axis=(0, 2))
 
 
+def displacement(path, object_path):
+    """The object's positions as a lazy array, and the largest displacement of each of its
+    vertices from the first sample, computed from them as a lazy array of (vertices,)."""
+    positions = kyn.dask.from_cache(path, object_path)
+    return positions, largest_displacement(positions,
+                                           first_per_block(path, object_path, positions))
+
+
 def first_mesh(path):
     with kyn.open(path) as cache:
         for obj in cache.objects:
@@ -101,10 +109,9 @@ def main():
     cluster = (LocalCluster(n_workers=args.workers, threads_per_worker=1)
                if args.scheduler is None else contextlib.nullcontext(args.scheduler))
     with cluster as target, Client(target) as client:
-        positions = kyn.dask.from_cache(args.cache, path)
-        firsts = first_per_block(args.cache, path, positions)
+        positions, largest = displacement(args.cache, path)
         start = time.perf_counter()
-        moved = client.compute(largest_displacement(positions, firsts)).result()
+        moved = client.compute(largest).result()
         seconds = time.perf_counter() - start
     far = int(np.argmax(moved))
     print(f"{path}: {positions.shape[1]} vertices over {positions.shape[0]} samples "
