@@ -17,6 +17,11 @@ run by hand:
   system's cat of the same files. Target: within 1.2x of cat. Before each timing the output is
   removed and sync runs; the pieces are warm in the page cache.
 
+- Where the cores go: the CPU time of the workers' task threads, of their other threads (the
+  event loops) and of this process (the client and the scheduler), per computation of the
+  displacement on each cluster, and that sum over the cores: the least time in which the
+  computation could run with no core ever idle.
+
 Each figure is the median over the repetitions, each repetition timing every side back to back
 on files warm in the page cache, after one round that is not counted (the workers import the
 package, the allocator warms up). The clusters are started before any timing; a computation's
@@ -82,6 +87,39 @@ class CopyW1:
                     writer.write_sample({"|mesh": {"positions": mesh.positions(sample=s)}})
 
 
+def cpu_per_computation(client, path, computations=20):
+    """Where the cores go: the CPU time of each thread over some computations, per computation,
+    as (the workers' task threads, the rest of the workers' threads, this process: the
+    client and the scheduler) in seconds, and the median wall time. A worker's task thread is
+    the one of its threads that worked the most."""
+    import psutil
+
+    workers = [psutil.Process(pid) for pid in client.run(os.getpid).values()]
+    processes = [psutil.Process()] + workers
+
+    def times():
+        return [{t.id: t.user_time + t.system_time for t in p.threads()} for p in processes]
+
+    def forgotten():
+        """Waits for the scheduler to let go of the last result: the same graph computed again
+        before would be answered from the workers' memory."""
+        while client.run_on_scheduler(lambda dask_scheduler: len(dask_scheduler.tasks)):
+            time.sleep(0.01)
+
+    forgotten()
+    before, walls = times(), []
+    for _ in range(computations):
+        wall, _ = timed(lambda: on_cluster(client, path))
+        walls.append(wall)
+        forgotten()
+    after = times()
+    used = [sorted((after[i][t] - before[i].get(t, 0)) / computations for t in after[i])
+            for i in range(len(processes))]
+    tasks = [threads[-1] for threads in used[1:]]
+    loops = [sum(threads[:-1]) for threads in used[1:]]
+    return tasks, loops, sum(used[0]), statistics.median(walls)
+
+
 def timed(body):
     start = time.perf_counter()
     result = body()
@@ -142,6 +180,7 @@ def main():
     dask.config.set(kyn.dask.worker_memory_config())
     with cluster(1) as one, cluster(2) as two, Client(one) as c1, Client(two) as c2:
         loop_s, one_s, two_s, slower, speedup = figures(displacements(c1, c2))
+        cores = [(workers, cpu_per_computation(c, w1)) for workers, c in ((1, c1), (2, c2))]
 
         # What one process pays to write a piece and to check it, per sample.
         single = os.path.join(args.dir, "w1-copy.kyn")
@@ -198,6 +237,15 @@ def main():
     row("W1 in 4 pieces on two workers (copy, check each), then stitched", t_pieces)
     row(f"Stitch of the 4 pieces ({piece_bytes / 1e6:.0f} MB)", stitch_s,
         f"{cat_s:.3f} s cat and fsync", stitch_ratio, "<= 1.2x cat's time", stitch_ratio <= 1.2)
+    print("\nCPU time per computation of the displacement, over 20 (ms):\n")
+    print("| Workers | Task threads | Workers' other threads | Client and scheduler | "
+          "All / cores | Wall (median) |")
+    print("|---|---|---|---|---|---|")
+    for workers, (tasks, loops, client_s, wall) in cores:
+        every = sum(tasks) + sum(loops) + client_s
+        print(f"| {workers} | {' + '.join(f'{1000 * t:.0f}' for t in tasks)} | "
+              f"{' + '.join(f'{1000 * t:.0f}' for t in loops)} | {1000 * client_s:.0f} | "
+              f"{1000 * every / os.cpu_count():.0f} | {1000 * wall:.0f} |")
     print(f"load average {os.getloadavg()[0]:.2f}")
     if not args.keep:
         shutil.rmtree(args.dir)
