@@ -154,6 +154,11 @@ class _Source:
     dtype: str
 
 
+def _value(read, at, by_samples, order):
+    """One value of a field: `read` (a bound read of an object) at a sample or at a time."""
+    return read(sample=int(at)) if by_samples else read(time=float(at), order=order)
+
+
 def _read_block(source, where):
     """The values at the given samples (or times) of one block, read in this worker."""
     opened = _cache_for(source.path, source.identity)
@@ -161,10 +166,7 @@ def _read_block(source, where):
     with opened.lock:
         read = getattr(opened.object(source.object_path), source.field)
         for i, at in enumerate(where):
-            if source.by_samples:
-                value = read(sample=int(at))
-            else:
-                value = read(time=float(at), order=source.order)
+            value = _value(read, at, source.by_samples, source.order)
             if value.shape != source.shape:
                 what = f"sample {int(at)}" if source.by_samples else f"time {float(at)}"
                 raise ValueError(f"{source.object_path} has {source.field} of shape "
@@ -236,9 +238,7 @@ def from_cache(path, object_path, field="positions", samples=None, times=None, o
             raise ValueError(f"nothing to read from '{path}': no samples or times")
         # The first value, read as a task reads it, says the shape and the dtype, and whether
         # the object carries the field.
-        read = getattr(obj, field)
-        first = (read(sample=int(where[0])) if times is None
-                 else read(time=float(where[0]), order=order))
+        first = _value(getattr(obj, field), where[0], times is None, order)
         shape, dtype = first.shape, first.dtype
         del first
     _check_unchanged(path, identity)
