@@ -10,6 +10,10 @@ from . import _channels
 from ._kyn import _StreamWriter
 
 
+# When the samples reach the file, in the library's order.
+COMMITS = ("at_end", "each_sample", "each_sample_to_disk")
+
+
 def _declarations(objects):
     """(path, declaration) pairs from a dict {path: declaration} or a sequence of paths or
     pairs."""
@@ -36,12 +40,17 @@ class Writer:
     (for example "counts" and "indices" of a mesh), "attributes" {name: value} and
     "animated_attributes" [names]. Give `samples` and the uniform timing `first_time`, `rate`
     (samples per frame), or the time of every sample in `times`. `reserve` spare samples let
-    later saves append in place.
+    later saves append in place. `commit` says when samples reach the file: "at_end" (at
+    close), "each_sample" (each as it is written, so that a file whose writer dies loads with
+    the samples written) or "each_sample_to_disk" (on the disk too, for a power cut).
     """
 
     def __init__(self, path, objects, *, samples=None, first_time=1.0, rate=1.0, times=None,
-                 application="kyn", source_file=None, reserve=None, space=1):
+                 application="kyn", source_file=None, reserve=None, space=1,
+                 commit="at_end"):
         path = os.fspath(path)
+        if commit not in COMMITS:
+            raise ValueError(f"commit must be one of {', '.join(COMMITS)}, not {commit!r}")
         declared = [_channels.describe(p, declaration, f"objects[{p!r}]")
                     for p, declaration in _declarations(objects)]
         self._index = {}
@@ -71,7 +80,8 @@ class Writer:
         if source_file is None:
             source_file = default_source_file()
         self._writer = _StreamWriter(path, declared, samples, float(first_time), float(rate),
-                                     times, int(reserve), application, source_file, int(space))
+                                     times, int(reserve), application, source_file, int(space),
+                                     COMMITS.index(commit))
 
     @property
     def path(self):

@@ -26,7 +26,7 @@ struct ObjectSample {
 StreamWriter::StreamWriter(const std::string& pathArg, const py::list& objects, int64_t countArg,
                            float firstArg, float rateArg, const py::object& timesArg,
                            int64_t reserve, const std::string& application,
-                           const std::string& sourceFile, int64_t space)
+                           const std::string& sourceFile, int64_t space, int commit)
     : path(pathArg), count(countArg), first(firstArg), rate(rateArg), numObjects(objects.size()) {
     if (!timesArg.is_none()) {
         times = py::cast<std::vector<float>>(timesArg);
@@ -48,8 +48,12 @@ StreamWriter::StreamWriter(const std::string& pathArg, const py::list& objects, 
         describeObject(*object, leafDataList(fields[1]), attributeDataList(fields[2]),
                        attributeDataList(fields[3]));
     }
-    const bool ok = file.open(path.c_str(), "w") && Kyn::KynDKYNChunk().write(file) &&
-                    meta.write(file) && sams.writeStart(file, count, reserve, !times.empty());
+    bool ok = file.open(path.c_str(), "w") && Kyn::KynDKYNChunk().write(file);
+    const int64_t metaOffset = ok ? file.tell(nullptr) : -1;
+    ok = ok && meta.write(file);
+    sams.commit = Kyn::KynSAMSChunk::Commit(commit);
+    if (sams.commit != Kyn::KynSAMSChunk::kCommitAtEnd) sams.followMetadata(meta, metaOffset);
+    ok = ok && sams.writeStart(file, count, reserve, !times.empty());
     if (!ok) failed("cannot write '" + path + "': check that its directory exists and is writable");
 }
 

@@ -22,10 +22,13 @@ class StreamWriter {
   public:
     // `objects`: (path, static chunks, static attributes, animated attribute declarations) per
     // object. `times` (a list of ascending floats) makes a non-uniform file; otherwise sample i
-    // lies at first + i / rate. `reserve` spare samples are kept for later appends.
+    // lies at first + i / rate. `reserve` spare samples are kept for later appends. `commit`
+    // (a KynSAMSChunk::Commit) says when samples reach the file: at close, or each as it is
+    // written, the metadata's count following them.
     StreamWriter(const std::string& path, const py::list& objects, int64_t count, float first,
                  float rate, const py::object& times, int64_t reserve,
-                 const std::string& application, const std::string& sourceFile, int64_t space);
+                 const std::string& application, const std::string& sourceFile, int64_t space,
+                 int commit);
 
     // One sample: (object index, chunks, animated attribute values or None) per object given.
     // `time`, when not None, must be the time of the sample.

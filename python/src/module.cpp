@@ -178,7 +178,7 @@ void bindCache(py::module& m) {
 void bindWriter(py::module& m) {
     py::class_<StreamWriter>(m, "_StreamWriter")
         .def(py::init<const std::string&, const py::list&, int64_t, float, float, const py::object&,
-                      int64_t, const std::string&, const std::string&, int64_t>())
+                      int64_t, const std::string&, const std::string&, int64_t, int>())
         .def("write_sample", &StreamWriter::writeSample)
         .def("close", &StreamWriter::close)
         .def_readonly("path", &StreamWriter::path)

@@ -93,6 +93,29 @@ def test_a_save_that_dies_leaves_the_old_file_or_the_new(tmp_path):
         assert read["|m"].positions(sample=1).tolist() == np.full((4, 3), 20).tolist()
 
 
+WRITE_AND_DIE = """
+import os, sys
+import numpy as np
+import kyn
+w = kyn.Writer(sys.argv[1], {"|p": "geometry"}, samples=5, commit=sys.argv[2])
+for frame in (1, 2, 3):
+    w.write_sample({"|p": {"positions": np.full((2, 3), frame, np.float32)}})
+os._exit(1)
+"""
+
+
+@pytest.mark.parametrize("commit", ["each_sample", "each_sample_to_disk"])
+def test_a_writer_that_commits_each_sample_leaves_the_samples_written(tmp_path, commit):
+    path = str(tmp_path / "died.kyn")
+    died = subprocess.run([sys.executable, "-c", WRITE_AND_DIE, path, commit], check=False)
+    assert died.returncode == 1
+    with kyn.open(path) as cache:
+        assert cache.num_samples == 3 and cache.times.tolist() == [1, 2, 3]
+        assert cache["|p"].positions(sample=2).tolist() == np.full((2, 3), 3).tolist()
+    with pytest.raises(ValueError, match="commit must be one of"):
+        kyn.Writer(path, {"|p": "geometry"}, samples=1, commit="never")
+
+
 def test_a_cache_built_in_memory(tmp_path):
     cache = kyn.edit()
     with pytest.raises(ValueError, match="without objects"):
