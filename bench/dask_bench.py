@@ -16,7 +16,6 @@ run by hand:
   its samples from W1 with kyn.Writer), then the four pieces stitched by kyn.stitch against the
   system's cat of the same files. Target: within 1.2x of cat. Before each timing the output is
   removed and sync runs; the pieces are warm in the page cache.
-
 - Where the cores go: the CPU time of the workers' task threads, of their other threads (the
   event loops) and of this process (the client and the scheduler), per computation of the
   displacement on each cluster, and that sum over the cores: the least time in which the
@@ -87,7 +86,11 @@ class CopyW1:
                     writer.write_sample({"|mesh": {"positions": mesh.positions(sample=s)}})
 
 
-def cpu_per_computation(client, path, computations=20):
+# How many computations the CPU time per computation is averaged over.
+CPU_COMPUTATIONS = 20
+
+
+def cpu_per_computation(client, path, computations=CPU_COMPUTATIONS):
     """Where the cores go: the CPU time of each thread over some computations, per computation,
     as (the workers' task threads, the rest of the workers' threads, this process: the
     client and the scheduler) in seconds, and the median wall time. A worker's task thread is
@@ -237,7 +240,7 @@ def main():
     row("W1 in 4 pieces on two workers (copy, check each), then stitched", t_pieces)
     row(f"Stitch of the 4 pieces ({piece_bytes / 1e6:.0f} MB)", stitch_s,
         f"{cat_s:.3f} s cat and fsync", stitch_ratio, "<= 1.2x cat's time", stitch_ratio <= 1.2)
-    print("\nCPU time per computation of the displacement, over 20 (ms):\n")
+    print(f"\nCPU time per computation of the displacement, over {CPU_COMPUTATIONS} (ms):\n")
     print("| Workers | Task threads | Workers' other threads | Client and scheduler | "
           "All / cores | Wall (median) |")
     print("|---|---|---|---|---|---|")
